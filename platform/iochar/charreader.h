@@ -1,0 +1,45 @@
+#pragma once
+
+#include <string>
+
+#include "platform/interfaces/stripe.h"
+#include "platform/system/string.h"
+
+namespace Platform {
+
+/// Reads UTF-16 units, buffered, from a stream with element size 2. Not thread-safe.
+class PLATFORM_API CharReader final : public Object {
+ public:
+    /// Buffers `bufferUnits` units (0: a default of 8192). Null for a null stream (0x8445) or another element
+    /// size (0x10002).
+    static Ref<CharReader> create(Ref<Interfaces::Stream> stream, u32 bufferUnits);
+
+    /// The next unit; false at the end or when the stream fails.
+    bool next(char16_t& unit) {
+        if (_position == _buffer.size() && !fill()) return false;
+        unit = _buffer[_position++];
+        return true;
+    }
+    /// The next unit without taking it.
+    bool peek(char16_t& unit) {
+        if (_position == _buffer.size() && !fill()) return false;
+        unit = _buffer[_position];
+        return true;
+    }
+    /// Whether the stream failed (it set an error code), as opposed to having come to its end.
+    bool failed() const { return _failed; }
+
+ private:
+    template <typename T, typename... Args>
+    friend Ref<T> makeRef(Args&&... args);
+    CharReader(Ref<Interfaces::Stream> stream, u32 bufferUnits);
+    bool fill();
+
+    Ref<Interfaces::Stream> _stream;
+    u64 _capacity;
+    u64 _position = 0;
+    bool _failed = false;
+    std::u16string _buffer;
+};
+
+}  // namespace Platform
