@@ -1,0 +1,242 @@
+#include "hive/hivelog.h"
+#include "hive/registryhiveobj.h"
+
+namespace Libraries::Files::Hive {
+
+namespace {
+
+/// A requested cell size rounded up to the alignment; 0 stays 0.
+u32 aligned(u32 size) {
+    return ((size - 1) & ~(hive_hbin::RECORD_ALIGNMENT - 1)) + hive_hbin::RECORD_ALIGNMENT;
+}
+
+}  // namespace
+
+u32 RegistryHiveObj::allocateRecord(u32 size, u32* allocatedSize) {
+    if (refuseChange("allocateRecord")) return INVALID_RECORD;
+    const u32 length = aligned(size);
+    if (allocatedSize) *allocatedSize = length;
+    u32 hbinIdx = _hbins.firstWithRoom(length);
+    if (hbinIdx == INVALID_HBIN && _hbins.end() < hbinsSize()) {
+        if (hbinFromOffset(hbinsSize() - 5) == INVALID_HBIN) {  // an offset in the last hbin: discovers all
+            Error::set(ErrorCode::allocationFailed);
+            return INVALID_RECORD;
+        }
+        hbinIdx = _hbins.firstWithRoom(length);
+    }
+    const u32 record = hbinIdx == INVALID_HBIN ? appendHbin(length) : _hbins[hbinIdx].largestFreeRecord;
+    if (record == INVALID_RECORD) {
+        Error::set(ErrorCode::allocationFailed);
+        return INVALID_RECORD;
+    }
+    if (initRecord(record, length)) return record;
+    if (hbinIdx == INVALID_HBIN)
+        log(4, Channel::hive, "Failed to initialize new record after creating a new HBIN. record=", record);
+    Error::set(ErrorCode::allocationFailed);
+    return INVALID_RECORD;
+}
+
+/// Appends an hbin that holds a record of `length` bytes; returns the offset of its one free cell. Steps done
+/// before a failure stay done.
+u32 RegistryHiveObj::appendHbin(u32 length) {
+    const u32 oldSize = hbinsSize();
+    const u64 hbinSize =
+        ((u64{length} + sizeof(hive_hbin) - 1) / HBIN_READ_BUFFER_SIZE + 1) * HBIN_READ_BUFFER_SIZE;
+    const u64 newSize = oldSize + hbinSize;
+    if (newSize + HIVE_HEADER_SIZE > UINT32_MAX || !growFile(static_cast<u32>(newSize)))
+        return INVALID_RECORD;
+    _hbins.append({oldSize, static_cast<u32>(hbinSize)});
+    _file->seek(0);
+    if (_file->write(ShPtr(&_header), HIVE_HEADER_SIZE) != HIVE_HEADER_SIZE) {
+        log(4, Channel::hive, "Failed to write header on resize");
+        return INVALID_RECORD;
+    }
+    const u32 index = _hbins.size() - 1;
+    if (!writeHbinHead(index)) {
+        log(4, Channel::hive, "Failed to write new hbin header on resize");
+        return INVALID_RECORD;
+    }
+    if (index > 0) {
+        const u32 distance = HostToL32(_hbins[index - 1].size);
+        if (!writeHBIN(index - 1, offsetof(hive_hbin, next), &distance, sizeof(distance))) {
+            log(4, Channel::hive, "Failed to write last hbin offset pointer on resize");
+            return INVALID_RECORD;
+        }
+    }
+    return oldSize + sizeof(hive_hbin);
+}
+
+bool RegistryHiveObj::growFile(u32 newSize) {
+    const u64 needed = u64{newSize} + HIVE_HEADER_SIZE;
+    if (_file->elementCount() < needed && _file->setElementCount(needed) != needed) return false;
+    _header.hbinsSize = HostToL32(newSize);
+    _header.checksum = HostToL32(calculateHeaderChecksum(&_header));
+    return true;
+}
+
+bool RegistryHiveObj::writeHbinHead(u32 hbinIdx) {
+    struct {
+        hive_hbin hbin;
+        hive_record cell;
+    } head{};
+    const HbinDescriptor& hbin = _hbins[hbinIdx];
+    Mem::copy(head.hbin.signature, hive_hbin::SIGNATURE, sizeof(head.hbin.signature));
+    head.hbin.offset = HostToL32(hbin.offset);
+    head.hbin.size = HostToL32(hbin.size);
+    head.cell.size = static_cast<s32>(HostToL32(hbin.size - u32{sizeof(hive_hbin)}));
+    static_assert(sizeof(head) == 36);
+    return writeHBIN(hbinIdx, 0, &head, sizeof(head));
+}
+
+bool RegistryHiveObj::writeCellSize(u32 hbinIdx, u32 offset, s32 size) {
+    const u32 field = HostToL32(static_cast<u32>(size));
+    return writeHBIN(hbinIdx, offset - _hbins[hbinIdx].offset, &field, sizeof(field));
+}
+
+bool RegistryHiveObj::initRecord(u32 offset, u32 size) {
+    if (refuseChange("initRecord")) return false;
+    u32 hbinIdx = INVALID_HBIN;
+    const RecordView record = cacheLoadRecord(offset, &hbinIdx, true);
+    if (!record) return false;
+    const u32 length = record.absoluteSize();
+    if (length < size) return false;
+    const u32 behind = getFreeSpaceBehindRecord(offset, true);
+    if (!writeCellSize(hbinIdx, offset, -static_cast<s32>(size))) {
+        log(3, Channel::hive, "Failed to write record while initializing, record=", offset);
+        return false;
+    }
+    if (size != length && !writeCellSize(hbinIdx, offset + size, static_cast<s32>(length - size + behind))) {
+        log(3, Channel::hive, "Failed to write free record while initializing, record=", offset);
+        return false;
+    }
+    updateFreeSpace(hbinIdx);
+    return true;
+}
+
+u32 RegistryHiveObj::getFreeSpaceBehindRecord(u32 offset, bool expectUnused) {
+    if (refuseUnsafe("getFreeSpaceBehindRecord")) return INVALID_RECORD;
+    u32 hbinIdx = INVALID_HBIN;
+    const RecordView record = cacheLoadRecord(offset, &hbinIdx, expectUnused);
+    if (!record) return 0;
+    const HbinDescriptor& hbin = _hbins[hbinIdx];
+    const u32 inHbin = offset - hbin.offset;
+    u64 position = u64{inHbin} + record.absoluteSize();
+    u32 total = 0;
+    while (position + sizeof(hive_record) <= hbin.size) {
+        const auto size = static_cast<s32>(record.u32At(position - inHbin));
+        if (size < 0) return total;
+        if (size == 0 || position + static_cast<u32>(size) > hbin.size ||
+            size % hive_hbin::RECORD_ALIGNMENT) {
+            log(3, Channel::hive, "Invalid unused record after record: ", offset);
+            log(3, Channel::hive, "next_size: ", size);
+            return 0;
+        }
+        total += static_cast<u32>(size);
+        position += static_cast<u32>(size);
+    }
+    return total;
+}
+
+bool RegistryHiveObj::updateFreeSpace(u32 hbinIdx) {
+    constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::updateFreeSpace";
+    if (refuseUnsafe("updateFreeSpace")) return false;
+    if (!assertCondition(hbinIdx < _hbins.size(), "hbin_idx < _hbins.size()", function)) return false;
+    const u64 place = cacheLoadHbin(hbinIdx);
+    if (place > UINT32_MAX) return false;
+    const u32 hbinOffset = _hbins[hbinIdx].offset;
+    const u32 hbinSize = _hbins[hbinIdx].size;
+    const RecordView hbin = _cache.view(static_cast<u32>(place));
+    assertCondition(hbinSize == hbin.u32At(offsetof(hive_hbin, size)), "size == _hbins[hbin_idx].size",
+                    function);
+    u32 largest = 0;
+    u32 largestRecord = 0;
+    u64 position = sizeof(hive_hbin);
+    while (position + sizeof(hive_record) < hbinSize) {
+        const auto size = static_cast<s32>(hbin.u32At(position));
+        const u32 length = size < 0 ? 0U - static_cast<u32>(size) : static_cast<u32>(size);
+        const u32 record = hbinOffset + static_cast<u32>(position);
+        if (length < sizeof(hive_record) || length % hive_hbin::RECORD_ALIGNMENT) {
+            log(3, Channel::hive, "Invalid record size: ", length);
+            log(3, Channel::hive, "record: ", record);
+            break;
+        }
+        if (size > 0 && length > largest) {
+            largest = length;
+            largestRecord = record;
+        }
+        position += length;
+    }
+    _hbins.setLargestFree(hbinIdx, largest, largestRecord);
+    return true;
+}
+
+u32 RegistryHiveObj::resizeRecord(u32 offset, u32 size, bool copyData, u32* allocatedSize,
+                                  bool keepIfLarger) {
+    constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::resizeRecord";
+    if (refuseChange("resizeRecord")) return INVALID_RECORD;
+    const u32 wanted = aligned(size);
+    if (allocatedSize) *allocatedSize = wanted;
+    u32 hbinIdx = INVALID_HBIN;
+    const RecordView record = cacheLoadRecord(offset, &hbinIdx, false);
+    if (!record) return INVALID_RECORD;
+    const u32 current = record.usedSize();
+    const HbinDescriptor& hbin = _hbins[hbinIdx];
+    assertCondition(
+        offset > hbin.offset && u64{offset} + current <= u64{hbin.offset} + hbin.size,
+        "offsetOfRecord > _hbins[hbin].offset && offsetOfRecord + recordsize <= _hbins[hbin].offset + "
+        "_hbins[hbin].size",
+        function);
+    if (current == wanted || (current > wanted && keepIfLarger)) return offset;
+    const u32 behind = getFreeSpaceBehindRecord(offset, false);
+    const u32 available = current + behind;
+    assertCondition(available % hive_hbin::RECORD_ALIGNMENT == 0,
+                    "(recordSize + freeBehind) % hive_hbin::RECORD_ALIGNMENT == 0", function);
+    if (wanted == 0) return freeRecord(hbinIdx, offset, available) ? 0 : INVALID_RECORD;
+    if (available >= wanted) {
+        if (!writeCellSize(hbinIdx, offset, -static_cast<s32>(wanted))) {
+            log(3, Channel::hive, "Failed to write record while resizing, record=", offset);
+            return INVALID_RECORD;
+        }
+        if (available > wanted &&
+            !writeCellSize(hbinIdx, offset + wanted, static_cast<s32>(available - wanted))) {
+            log(3, Channel::hive, "Failed to write free record while resizing, record=", offset);
+            return INVALID_RECORD;
+        }
+        updateFreeSpace(hbinIdx);
+        return offset;
+    }
+    const u32 moved = moveRecord(offset, current, wanted, copyData);
+    if (moved == INVALID_RECORD) return INVALID_RECORD;
+    if (!freeRecord(hbinIdx, offset, available)) {
+        log(3, Channel::hive, "Failed to write free record while resizing (re-allocate), record=", offset);
+        return INVALID_RECORD;
+    }
+    return moved;
+}
+
+bool RegistryHiveObj::freeRecord(u32 hbinIdx, u32 offset, u32 length) {
+    if (!writeCellSize(hbinIdx, offset, static_cast<s32>(length))) return false;
+    updateFreeSpace(hbinIdx);
+    return true;
+}
+
+/// Allocates a record of `wanted` bytes and carries the old one's body over if asked; frees nothing.
+u32 RegistryHiveObj::moveRecord(u32 offset, u32 current, u32 wanted, bool copyData) {
+    const u32 bodySize = current > sizeof(hive_record) ? current - static_cast<u32>(sizeof(hive_record)) : 0;
+    HeapBuffer body;
+    if (copyData && bodySize) {
+        body = heapBuffer(bodySize);
+        const RecordView record = cacheLoadRecord(offset, nullptr, false);
+        if (!body || !record) return INVALID_RECORD;
+        record.copy(body.get(), sizeof(hive_record), bodySize);
+    }
+    const u32 moved = allocateRecord(wanted, nullptr);
+    if (moved == INVALID_RECORD) {
+        log(3, Channel::hive, "Failed to allocate new record with size: ", wanted);
+        return INVALID_RECORD;
+    }
+    if (body && !writeRecord(moved, body.get(), sizeof(hive_record), bodySize)) return INVALID_RECORD;
+    return moved;
+}
+
+}  // namespace Libraries::Files::Hive

@@ -1,0 +1,52 @@
+#include "hive/hbintable.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace Libraries::Files::Hive {
+
+void HbinTable::append(const HbinDescriptor& hbin) {
+    _hbins.push_back(hbin);
+    if (hbin.largestFree) raise(size() - 1);
+}
+
+void HbinTable::setLargestFree(u32 index, u32 length, u32 record) {
+    HbinDescriptor& hbin = _hbins[index];
+    const bool changed = hbin.largestFree != length;
+    hbin.largestFree = length;
+    hbin.largestFreeRecord = record;
+    if (changed) raise(index);
+}
+
+u32 HbinTable::find(u32 offset) const {
+    const auto first = std::partition_point(
+        _hbins.begin(), _hbins.end(),
+        [offset](const HbinDescriptor& hbin) { return u64{hbin.offset} + hbin.size < offset; });
+    return static_cast<u32>(first - _hbins.begin());
+}
+
+u32 HbinTable::firstWithRoom(u32 length) const {
+    if (_maxima.empty() || _maxima[1] < length) return INVALID_HBIN;
+    u32 node = 1;
+    while (node < _leaves) node = _maxima[2 * node] >= length ? 2 * node : 2 * node + 1;
+    return node - _leaves < size() ? node - _leaves : INVALID_HBIN;
+}
+
+void HbinTable::raise(u32 index) {
+    if (index >= _leaves) {
+        _leaves = std::bit_ceil(std::max(size(), 64U));
+        _maxima.assign(u64{2} * _leaves, 0);
+        for (u32 i = 0; i < size(); ++i) _maxima[_leaves + i] = _hbins[i].largestFree;
+        for (u32 node = _leaves - 1; node > 0; --node)
+            _maxima[node] = std::max(_maxima[2 * node], _maxima[2 * node + 1]);
+        return;
+    }
+    u32 node = _leaves + index;
+    _maxima[node] = _hbins[index].largestFree;
+    while (node > 1) {
+        node /= 2;
+        _maxima[node] = std::max(_maxima[2 * node], _maxima[2 * node + 1]);
+    }
+}
+
+}  // namespace Libraries::Files::Hive

@@ -1,0 +1,125 @@
+#pragma once
+
+#include "hive/keys/subkeylist.h"
+#include "hive/registryhiveobj.h"
+
+namespace Libraries::Files::Hive {
+
+class KeyIteratorObj;
+class ValueIteratorObj;
+class ValueObj;
+
+/// One value in a key's value list: its vk record and the object last built for it.
+struct ValueEntry {
+    u32 record;
+    WeakRef<ValueObj> value;
+};
+
+/// A key: the object for one nk record. Keeps a copy of the record's fixed part and, loaded on first use, the
+/// lists of its subkeys and values.
+///
+/// Ownership: holds its hive and its parent; refers to its children and iterators weakly, so that asking for
+/// a live child again gives the same object. It is the single owner of its children's list state. Locking:
+/// the operations of the interface hold the hive's monitor; those marked internal REQUIRE it held.
+class HIVE_API KeyObj final : public Key, public Object {
+ public:
+    static constexpr u32 MAX_KEY_NAME_LENGTH = 255;  // characters
+    static constexpr u32 MAX_KEYS_LF_LIST = 400;     // entries an lf record takes
+    static constexpr u32 MAX_KEYS_LH_LIST = 1200;
+    static constexpr u32 MAX_KEYS_LI_LIST = 900;
+    static constexpr u32 MIN_KEYS_LH_LIST_SEC_LVL = 500;  // declared only: no list is merged by a lower bound
+    static constexpr u32 MIN_KEYS_LI_LIST_SEC_LVL = 300;
+    static constexpr u32 NEW_LH_LF_ALLOCATE_SIZE = 64;  // bytes of a new list record
+    static constexpr u32 NEW_RI_ALLOCATE_SIZE = 64;
+    static constexpr u64 MAX_FREE_FIND_LOOP_CYCLES = 5;
+    /// Levels below the root that a key may lie at. Windows allows 512; a file may claim any number, also a
+    /// ring.
+    static constexpr u32 MAX_KEY_DEPTH = 512;
+
+    /// Reads the key at `recordOfs`; check `valid()`. `parent` is null for the root key, and only for it.
+    /// Error: 0x2004 no readable nk record. Internal.
+    KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent);
+    ~KeyObj() override;
+
+    Ref<String> name() override { return _valid ? _name : nullptr; }
+    Ref<Key> key(Ref<String> name) override;
+    Ref<Key> createKey(Ref<String> name) override;
+    bool deleteKey(Ref<Key> key) override;
+    Ref<KeyIterator> keyIterator() override;
+    Ref<Value> value(Ref<String> name) override;
+    Ref<Value> createValue(Ref<String> name, Value::ValueType type) override;
+    bool deleteValue(Ref<Value> value) override;
+    Ref<ValueIterator> valueIterator() override;
+    bool move(Ref<Value> value, Ref<String> newName) override;
+    bool move(Ref<Key> key, Ref<String> newName) override;
+    bool readOnly() override { return !_valid || _readOnly; }
+
+    bool valid() const { return _valid; }
+    /// Length of the stored name in bytes.
+    u32 binaryNameLength() const { return L16ToHost(_record.nameLength); }
+    /// Record offset of the security record.
+    u32 sdOffset() const { return L32ToHost(_record.security); }
+    u32 keys() const { return _numOfKeys; }
+    u32 values() const { return _numOfValues; }
+    u32 recordOfs() const { return _recordOfs; }
+    const Ref<RegistryHiveObj>& hive() const { return _hive; }
+
+    /// The subkey or value at an index of the list; null when there is none, not `valid()` when it is
+    /// unreadable.
+    Ref<KeyObj> key(u32 index);
+    Ref<ValueObj> value(u32 index);
+
+    Ref<KeyObj> parent() const { return _parent; }
+    void setParent(Ref<KeyObj> parent);
+    /// Writes the fixed part of the record copy back to the nk record. Internal.
+    bool syncKeyRecord();
+
+    // Lookup (subkeyloading.cpp, subkeylookup.cpp). Internal.
+
+    /// Loads the subkey lists once. Error: 0x2007.
+    bool initSubkeys();
+    /// Loads the value list once. Error: 0x2008.
+    bool initValues();
+    /// The hint or hash of a name for a list of the given type. With `lenient` a character without a byte
+    /// counts as 0, else it fails.
+    bool makeHash(KeyListType type, const Ref<String>& name, SubkeyHash& hash, bool compressed,
+                  bool lenient) const;
+    /// The subkey of that name by binary search over the sorted list. On a miss `position` (may be null) is
+    /// where it would have to be inserted (error 0x1003), or 0xFFFFFFFF when the search broke down.
+    Ref<Key> binaryFindKey(const Ref<String>& name, u32* position);
+    /// The same by looking at every subkey; on a miss `position` is 0xFFFFFFFF.
+    Ref<Key> linearFindKey(const Ref<String>& name, u32* position);
+
+ private:
+    bool loadRecord();
+    void readName(const RecordView& record, const hive_record_nk& nk);
+
+    bool fail(u32 errorCode) const;
+    bool loadTopList(const RecordView& record);
+    bool loadOneLevel(const RecordView& record, KeyListType type, const char* failure);
+    bool loadTwoLevel(const RecordView& record);
+    u16 loadList(const RecordView& record, KeyListType type, u32 start, Array<SubkeyEntry>& entries) const;
+
+    const Ref<RegistryHiveObj> _hive;
+    Ref<KeyObj> _parent;
+    Array<WeakRef<KeyIteratorObj>> _keyIterators;
+    Array<WeakRef<ValueIteratorObj>> _valueIterators;
+    SubkeyList _keyList;
+    Array<ValueEntry> _values;
+    Ref<String> _name;
+    hive_record_nk _record{};  // in file byte order
+    u32 _recordOfs;
+    u32 _numOfKeys = 0;
+    u32 _numOfValues = 0;
+    u32 _keyListCell = 0;    // top subkey list record, 0 when there is none
+    u32 _valueListCell = 0;  // value list record, 0 when there is none
+    u32 _depth;              // levels below the root
+    const HiveFile::HiveCodepage _codepage;
+    KeyListType _listType = keyListLH;
+    bool _valid = false;
+    bool _twoLevelList = false;
+    bool _subkeysLoaded = false;
+    const bool _readOnly;
+};
+
+}  // namespace Libraries::Files::Hive

@@ -1,0 +1,103 @@
+#include "hive/nameencoding.h"
+
+#include <array>
+
+namespace Libraries::Files::Hive {
+
+namespace {
+
+/// Windows-1250, bytes 128 to 255; 0 where the code page has no character.
+constexpr std::array<char16_t, 128> cp1250 = {
+    0x20AC, 0,      0x201A, 0,      0x201E, 0x2026, 0x2020, 0x2021, 0,      0x2030, 0x0160, 0x2039, 0x015A,
+    0x0164, 0x017D, 0x0179, 0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014, 0,      0x2122,
+    0x0161, 0x203A, 0x015B, 0x0165, 0x017E, 0x017A, 0x00A0, 0x02C7, 0x02D8, 0x0141, 0x00A4, 0x0104, 0x00A6,
+    0x00A7, 0x00A8, 0x00A9, 0x015E, 0x00AB, 0x00AC, 0x00AD, 0x00AE, 0x017B, 0x00B0, 0x00B1, 0x02DB, 0x0142,
+    0x00B4, 0x00B5, 0x00B6, 0x00B7, 0x00B8, 0x0105, 0x015F, 0x00BB, 0x013D, 0x02DD, 0x013E, 0x017C, 0x0154,
+    0x00C1, 0x00C2, 0x0102, 0x00C4, 0x0139, 0x0106, 0x00C7, 0x010C, 0x00C9, 0x0118, 0x00CB, 0x011A, 0x00CD,
+    0x00CE, 0x010E, 0x0110, 0x0143, 0x0147, 0x00D3, 0x00D4, 0x0150, 0x00D6, 0x00D7, 0x0158, 0x016E, 0x00DA,
+    0x0170, 0x00DC, 0x00DD, 0x0162, 0x00DF, 0x0155, 0x00E1, 0x00E2, 0x0103, 0x00E4, 0x013A, 0x0107, 0x00E7,
+    0x010D, 0x00E9, 0x0119, 0x00EB, 0x011B, 0x00ED, 0x00EE, 0x010F, 0x0111, 0x0144, 0x0148, 0x00F3, 0x00F4,
+    0x0151, 0x00F6, 0x00F7, 0x0159, 0x016F, 0x00FA, 0x0171, 0x00FC, 0x00FD, 0x0163, 0x02D9,
+};
+
+/// Windows-1252, bytes 128 to 159 (160 to 255 are the code points themselves); 0 where there is no character.
+constexpr std::array<char16_t, 32> cp1252 = {
+    0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0,      0x017D, 0,      0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178,
+};
+
+/// Searches a table of the bytes from 128 up for a code point.
+template <std::size_t N>
+bool findByte(const std::array<char16_t, N>& table, u32 codePoint, u8& byte) {
+    for (std::size_t i = 0; i < N; ++i) {
+        if (table[i] != codePoint) continue;
+        byte = static_cast<u8>(128 + i);
+        return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+bool charToByte(u32 codePoint, HiveFile::HiveCodepage codepage, u8& byte) {
+    byte = static_cast<u8>(codePoint);
+    if (codePoint < 128) return true;
+    switch (codepage) {
+        case HiveFile::hiveCodepageLatin1:
+            return codePoint < 256;
+        case HiveFile::hiveCodepageCp1250:
+            return findByte(cp1250, codePoint, byte);
+        case HiveFile::hiveCodepageCp1252:
+            return (codePoint >= 160 && codePoint < 256) || findByte(cp1252, codePoint, byte);
+        default:
+            return false;
+    }
+}
+
+bool byteToChar(u8 byte, HiveFile::HiveCodepage codepage, u32& codePoint) {
+    codePoint = byte;
+    if (byte < 128) return true;
+    switch (codepage) {
+        case HiveFile::hiveCodepageLatin1:
+            return true;
+        case HiveFile::hiveCodepageCp1250:
+            codePoint = cp1250[byte - 128U];
+            return codePoint != 0;
+        case HiveFile::hiveCodepageCp1252:
+            if (byte < 160) codePoint = cp1252[byte - 128U];
+            return codePoint != 0;
+        default:
+            return false;
+    }
+}
+
+HeapBuffer stringToBytes(const Ref<String>& text, HiveFile::HiveCodepage codepage) {
+    HeapBuffer bytes = heapBuffer(text->length() + 1);
+    if (!bytes) return {};
+    u64 count = 0;
+    for (const char16_t unit : text->view())
+        if (!charToByte(unit, codepage, bytes[count++])) return {};
+    bytes[count] = 0;
+    return bytes;
+}
+
+Ref<String> regNameToString(const u8* bytes, u32 length, HiveFile::HiveCodepage codepage) {
+    std::u16string units(length, u'\0');
+    for (u32 i = 0; i < length; ++i) {
+        u32 codePoint = 0;
+        if (!byteToChar(bytes[i], codepage, codePoint)) return nullptr;
+        units[i] =
+            static_cast<char16_t>(codePoint);  // all four code pages lie in the Basic Multilingual Plane
+    }
+    return String::create(units);
+}
+
+Ref<String> utf16NameToString(const u8* bytes, u32 length) {
+    std::u16string units(length / 2, u'\0');
+    for (u32 i = 0; i < length / 2; ++i)
+        units[i] = static_cast<char16_t>(bytes[2 * i] | static_cast<u32>(bytes[2 * i + 1]) << 8);
+    return String::create(units);
+}
+
+}  // namespace Libraries::Files::Hive

@@ -1,0 +1,186 @@
+#include "hive/hivelog.h"
+#include "hive/registryhiveobj.h"
+
+namespace Libraries::Files::Hive {
+
+namespace {
+
+constexpr u64 NO_POSITION = ~u64{0};
+
+/// What must hold for a record offset before the cells of its hbin are looked at.
+bool checkRecordPlace(u32 hbinOffset, u32 hbinSize, u32 offset) {
+    constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::isValidRecord";
+    const u64 end = u64{hbinOffset} + hbinSize;
+    if (!assertCondition(hbinSize > sizeof(hive_hbin), "hbinSize > sizeof(hive_hbin)", function))
+        return false;
+    if (!assertCondition(end > offset, "hbinOffset + hbinSize > offset", function)) return false;
+    if (offset < u64{hbinOffset} + sizeof(hive_hbin)) {
+        log(3, Channel::hive, "Record intersects with HBIN header, record ofs: ", offset);
+        return false;
+    }
+    if (end < u64{offset} + sizeof(hive_record)) {
+        log(3, Channel::hive, "No space left for record size, record ofs: ", offset);
+        return false;
+    }
+    return true;
+}
+
+void logZeroSizedCell(u32 hbinOffset) {
+    log(3, Channel::hive, "Record with 0 size -> HBIN is invalid, hbin: ", hbinOffset);
+}
+
+}  // namespace
+
+bool RegistryHiveObj::isValidRecord(const u8* hbin, u32 offset) {
+    const RecordView head(hbin, sizeof(hive_hbin));
+    const u32 hbinOffset = head.u32At(offsetof(hive_hbin, offset));
+    const u32 hbinSize = head.u32At(offsetof(hive_hbin, size));
+    if (!checkRecordPlace(hbinOffset, hbinSize, offset)) return false;
+    const u32 target = offset - hbinOffset;
+    u64 position = sizeof(hive_hbin);
+    while (position < target) {
+        const u32 length = RecordView(hbin + position, hbinSize - position).absoluteSize();
+        if (length == 0) {
+            logZeroSizedCell(hbinOffset);
+            return false;
+        }
+        position += length;
+    }
+    return position == target;
+}
+
+/// `isValidRecord` for a cached hbin, answered from its cell map.
+bool RegistryHiveObj::isCellBoundary(u32 hbinIdx, u32 position, u32 offset) {
+    const HbinDescriptor& hbin = _hbins[hbinIdx];
+    if (!checkRecordPlace(hbin.offset, hbin.size, offset)) return false;
+    CellMap& cells = _cache.entries()[hbin.cacheSlot].cells;
+    const auto answer = cells.isBoundary(_cache.at(position), hbin.size, offset - hbin.offset);
+    if (answer == CellMap::Answer::zeroSizedCell) logZeroSizedCell(hbin.offset);
+    return answer == CellMap::Answer::boundary;
+}
+
+RecordView RegistryHiveObj::cacheLoadRecord(u32 offset) {
+    if (offset % hive_hbin::RECORD_ALIGNMENT) {
+        log(4, Channel::hive, "Attempt to access record with invalid alignment, offset: ", offset);
+        Error::set(ErrorCode::unalignedOffset);
+        return {};
+    }
+    if (_mode & modeUnsafe) return unsafeGetRecord(offset);
+    return cacheLoadRecord(offset, nullptr, false);
+}
+
+RecordView RegistryHiveObj::cacheLoadRecord(u32 offset, u32* hbinIdx, bool expectUnused) {
+    constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::cacheLoadRecord";
+    if (!_valid || !_cache.mapped()) return {};
+    if (refuseUnsafe("internal cacheLoadRecord")) return {};
+    const u32 index = hbinFromOffset(offset);
+    if (index == INVALID_HBIN) return {};
+    if (hbinIdx) *hbinIdx = index;
+    const u64 position = cacheLoadHbin(index);
+    if (position == NO_POSITION) return {};
+
+    const HbinDescriptor& hbin = _hbins[index];
+    const auto place = static_cast<u32>(position);
+    const auto head = _cache.view(place).as<hive_hbin>();
+    if (!assertCondition(hbin.size == L32ToHost(head.size), "_hbins[hbin].size == L32ToHost(hbin_ptr->size)",
+                         function) ||
+        !assertCondition(hbin.offset == L32ToHost(head.offset),
+                         "_hbins[hbin].offset == L32ToHost(hbin_ptr->offset)", function) ||
+        !assertCondition(hbin.offset <= offset, "_hbins[hbin].offset <= offset", function) ||
+        !assertCondition(u64{hbin.offset} + hbin.size > offset,
+                         "_hbins[hbin].offset + _hbins[hbin].size > offset", function))
+        return {};
+    if (!isCellBoundary(index, place, offset)) {
+        log(3, Channel::hive, "Record is not valid: ", offset);
+        return {};
+    }
+    const u32 inHbin = offset - hbin.offset;
+    if (hbin.size - inHbin < sizeof(hive_record)) {
+        log(3, Channel::hive, "Invalid offset, no space left for size");
+        return {};
+    }
+    const RecordView record = _cache.view(place + inHbin);
+    if (record.size() != 0 && (record.size() > 0) != expectUnused) {
+        log(3, Channel::hive,
+            expectUnused ? "Attempt to access an used record (expected unused), record="
+                         : "Attempt to access an unused record, record=",
+            offset);
+        return {};
+    }
+    if (record.absoluteSize() > hbin.size - inHbin) {
+        log(3, Channel::hive, "Length of record exceeds hbin");
+        return {};
+    }
+    return record;
+}
+
+u64 RegistryHiveObj::cacheLoadHbin(u32 hbinIdx) {
+    if (refuseUnsafe("cacheLoadHbin")) return NO_POSITION;
+    if (hbinIdx >= _hbins.size()) {
+        log(3, Channel::hive, "Invalid hbin idx: ", hbinIdx);
+        return NO_POSITION;
+    }
+    const HbinDescriptor hbin = _hbins[hbinIdx];
+    if (hbin.cacheSlot != INVALID_HBIN) return _cache.entries()[hbin.cacheSlot].position;
+    const u32 position = getFreeCacheChunk(hbin.size);
+    if (position == INVALID_RECORD) return NO_POSITION;
+    if (!seekToHbin(hbin.offset, "Failed to seek to hbin position: ")) return NO_POSITION;
+    if (_file->read(ShPtr(_cache.at(position)), hbin.size) != hbin.size) {
+        log(3, Channel::hive, "Failed to read hbin");
+        return NO_POSITION;
+    }
+    _hbins.setCacheSlot(hbinIdx, _cache.add(hbinIdx, hbin.size));
+    return position;
+}
+
+u32 RegistryHiveObj::getFreeCacheChunk(u32 size) {
+    constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::getFreeCacheChunk";
+    if (refuseUnsafe("getFreeCacheChunk")) return INVALID_RECORD;
+    assertCondition(_cache.used() <= _cache.size(), "sizecounter <= _cacheSize", function);
+    if (size <= _cache.room()) return _cache.used();
+    if (!internalFlush()) {
+        log(3, Channel::hive, "Flush failed");
+        return INVALID_RECORD;
+    }
+    emptyCache();
+    if (size > _cache.size() && !replaceCache(u64{2} * size)) return INVALID_RECORD;
+    return 0;
+}
+
+bool RegistryHiveObj::replaceCache(u64 size) {
+    if (!_cache.allocate(size)) {
+        _valid = false;
+        log(4, Channel::hive, "Failed to allocate new buffer: ", size);
+        return false;
+    }
+    if (!_cache.map()) {
+        _valid = false;
+        log(4, Channel::hive, "Failed to map buffer after reallocation");
+        return false;
+    }
+    return true;
+}
+
+void RegistryHiveObj::emptyCache() {
+    for (const CachedHbin& entry : _cache.entries()) _hbins.setCacheSlot(entry.hbinIdx, INVALID_HBIN);
+    _cache.clear();
+}
+
+RecordView RegistryHiveObj::unsafeGetRecord(u32 offset) {
+    constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::unsafeGetRecord";
+    if (!assertCondition((_mode & modeUnsafe) != 0, "_mode & modeUnsafe", function) ||
+        !assertCondition(bool(_unsafeCache), "_unsafeCache != 0", function))
+        return {};
+    const u64 position = u64{offset} + HIVE_HEADER_SIZE;
+    const RecordView head = _unsafeCache->get(position, sizeof(hive_record));
+    if (!head) return {};
+    if (head.size() >= 0) {
+        log(3, Channel::hive, "Attempt to access an unused record in unsafe mode, record=", offset);
+        return {};
+    }
+    const RecordView record = _unsafeCache->get(position, head.absoluteSize());
+    if (!record) log(3, Channel::hive, "Failed to get record in unsafe mode, record=", offset);
+    return record;
+}
+
+}  // namespace Libraries::Files::Hive

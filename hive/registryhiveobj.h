@@ -1,0 +1,137 @@
+#pragma once
+
+#include <atomic>
+
+#include "hive/hbincache.h"
+#include "hive/hbintable.h"
+#include "hive/hivefile.h"
+#include "hive/readonlycache.h"
+#include "platform/filesys/file.h"
+#include "platform/system/heap.h"
+
+namespace Libraries::Files::Hive {
+
+class KeyObj;
+
+/// The hive store: the file, its base block, the table of known hbins, the hbin cache, the allocator and the
+/// writer. Keys, values and security records reach the file only through its record operations, by record
+/// offset.
+///
+/// Ownership: it owns the file and the cache. Keys hold the hive; the hive holds its root key weakly.
+/// Locking: `flush`, `rootObj` and the public operations of keys and values take `mon()`; the record
+/// operations take no lock and REQUIRE it held.
+class RegistryHiveObj final : public HiveFile, public Object {
+ public:
+    /// Opens the hive; check `valid()`. `item` is the opened file when the hive was opened by path, else
+    /// null.
+    RegistryHiveObj(Ref<Interfaces::Stripe> file, u32 mode, HiveCodepage codepage,
+                    Ref<Services::Filesystem::Client::FSItem> item);
+    ~RegistryHiveObj() override;
+
+    Ref<Key> root() override;
+    Ref<KeyObj> rootObj();
+    Ref<Key> path(Ref<String> path) override;
+    bool flush() override;
+    u32 mode() const override { return _mode; }
+    u32 versionMajor() const override { return L32ToHost(_header.majorVersion); }
+    u32 versionMinor() const override { return L32ToHost(_header.minorVersion); }
+    bool readonly() const override { return (_mode & modeReadOnly) != 0; }
+    bool valid() const override { return _valid; }
+    HiveCodepage codepage() const override { return _codepage; }
+    Ref<Mon> mon() const override { return _mon; }
+    Ref<SecurityDescriptorIterator> securityDescriptorIterator() override;
+    HiveHeader header() const override;
+    bool usage(HiveUsage& usage) override;
+    /// Length of the hbins area in bytes. Nothing a file says can be larger than what this many bytes hold.
+    u32 hbinsSize() const { return L32ToHost(_header.hbinsSize); }
+
+    /// XOR of the 127 words before the checksum field. No result is adjusted, 0 and all ones included: files
+    /// already written hold the plain XOR.
+    static u32 calculateHeaderChecksum(const hive_header* header);
+    /// Whether a cell begins at `offset` (a record offset), given the hbin it should lie in whole in memory:
+    /// the plain walk over its cells, by their stored lengths exactly.
+    static bool isValidRecord(const u8* hbin, u32 offset);
+
+    // Record access (recordaccess.cpp). Results stay valid until the next store operation.
+
+    /// The used record at `offset`; null on failure. Error: 0x2006 not a multiple of 8.
+    RecordView cacheLoadRecord(u32 offset);
+    /// The used, or free, record at `offset` and the index of its hbin. Not in `modeUnsafe`.
+    RecordView cacheLoadRecord(u32 offset, u32* hbinIdx, bool expectUnused);
+
+    // Writing (writing.cpp).
+
+    /// Copies bytes into the body of the used record at `offset`, `offsetInRecord` (at least 4) counted from
+    /// its size field. Errors: 0x1000 read-only, 0x2005 outside the record's body.
+    bool writeRecord(u32 offset, const void* data, u32 offsetInRecord, u32 length);
+    /// Copies bytes to any place of an hbin. Error: 0x1000 read-only.
+    bool writeHBIN(u32 hbinIdx, u32 offsetInHbin, const void* data, u32 length);
+    /// Writes all changed hbins to the file, in the order they were loaded.
+    bool internalFlush();
+
+    // Allocation (allocation.cpp). Sizes include the 4-byte size field and are rounded up to multiples of 8.
+
+    /// A new used record of at least `size` bytes, its body not initialised; the file grows by an hbin when
+    /// no known one has room. The length goes to `allocatedSize` when given. INVALID_RECORD on failure:
+    /// 0x1000 read-only, 0x1002 no room could be made.
+    u32 allocateRecord(u32 size, u32* allocatedSize);
+    /// Changes a record's length, in place where it or the free cells behind it suffice, else by moving it;
+    /// returns its offset, INVALID_RECORD on failure. `copyData` carries the body along on a move;
+    /// `keepIfLarger` leaves a record alone that is long enough. A `size` of 0 frees the record and returns
+    /// 0.
+    u32 resizeRecord(u32 offset, u32 size, bool copyData, u32* allocatedSize, bool keepIfLarger);
+    /// Makes the free cell at `offset` a used record of `size` bytes, a multiple of 8.
+    bool initRecord(u32 offset, u32 size);
+    /// Total length of the free cells directly behind a used (or free) record.
+    u32 getFreeSpaceBehindRecord(u32 offset, bool expectUnused);
+    /// Finds the largest free cell of an hbin anew.
+    bool updateFreeSpace(u32 hbinIdx);
+
+ private:
+    // Opening (registryhiveobj.cpp).
+    void open();
+    bool readHeader(hive_header& header);
+    bool checkHeader(const hive_header& header);
+
+    // hbin discovery (hbindiscovery.cpp).
+    u32 hbinFromOffset(u32 offset);
+    u32 discoverHbins(u32 offset);
+    bool readHbinHeader(u32 buffer, u64 expectedOffset, hive_hbin& header);
+    bool scanFreeCells(u32 buffer, HbinDescriptor& hbin);
+    bool readNextPiece(u32 buffer, u32 piece, u32& last);
+    bool seekToHbin(u64 hbinOffset, const char* failure);
+
+    // The hbin cache (recordaccess.cpp).
+    u64 cacheLoadHbin(u32 hbinIdx);
+    u32 getFreeCacheChunk(u32 size);
+    bool replaceCache(u64 size);
+    void emptyCache();
+    RecordView unsafeGetRecord(u32 offset);
+    bool isCellBoundary(u32 hbinIdx, u32 position, u32 offset);
+
+    bool refuseUnsafe(const char* operation) const;
+    bool refuseChange(const char* operation) const;
+    bool writeThrough(const CachedHbin& hbin, u32 offsetInHbin, u32 length);
+    bool writeCellSize(u32 hbinIdx, u32 offset, s32 size);
+
+    u32 appendHbin(u32 length);
+    bool growFile(u32 newSize);
+    bool writeHbinHead(u32 hbinIdx);
+    bool freeRecord(u32 hbinIdx, u32 offset, u32 length);
+    u32 moveRecord(u32 offset, u32 current, u32 wanted, bool copyData);
+
+    Ref<Interfaces::Stripe> _file;
+    Ref<Services::Filesystem::Client::FSItem> _item;
+    const u32 _mode;
+    hive_header _header{};  // in file byte order, all 4096 bytes as read
+    HbinCache _cache;
+    WeakRef<KeyObj> _root;
+    Ref<ReadOnlyCache> _unsafeCache;  // in modeUnsafe only
+    Ref<Mon> _mon;
+    u32 _rootCell = INVALID_RECORD;
+    const HiveCodepage _codepage;
+    HbinTable _hbins;
+    std::atomic<bool> _valid{false};
+};
+
+}  // namespace Libraries::Files::Hive

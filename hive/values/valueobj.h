@@ -1,0 +1,89 @@
+#pragma once
+
+#include "hive/registryhiveobj.h"
+
+namespace Libraries::Files::Hive {
+
+class KeyObj;
+
+/// A value: the object for one vk record. Its data lies in the record itself (up to 4 bytes), in one data
+/// cell, or, for more than 16,344 bytes in a version 1.5 hive, in fragments named by a db record.
+///
+/// Ownership: holds its hive and its key. Locking: the operations of the interface hold the hive's monitor,
+/// but for the plain getters; those marked internal REQUIRE it held.
+class HIVE_API ValueObj final : public Value, public Object {
+ public:
+    /// Length reported as every value's maximum, and the capacity of a data cell in a version 1.3 hive.
+    /// `size(n)` does not enforce it.
+    static constexpr u32 MAX_VALUE_DATA_SIZE = 1048572;
+    static constexpr u32 MAX_VALUE_NAME_LENGTH = 16383;  // characters
+
+    /// Reads the value at `recordOfs`; check `valid()`. Error: 0x200C impossible resident length. Internal.
+    ValueObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent);
+    ~ValueObj() override;
+
+    Ref<String> name() const override { return _valid ? _name : nullptr; }
+    ValueType type() const override { return _type; }
+    bool setType(ValueType type) override;
+    u32 size() override;
+    u32 size(u32 newSize) override;
+    u32 maxSize() const override { return MAX_VALUE_DATA_SIZE; }
+    bool canResize() const override { return _canResize; }
+    bool readOnly() override { return !_valid || _readOnly; }
+    u32 read(ShPtr destination, u32 offset, u32 count) override;
+    u32 write(ShPtr source, u32 offset, u32 count) override;
+    Ref<String> string(u32 maxLength) override;
+    bool setString(Ref<String> text) override;
+    Ref<TVector<Ref<String>>> strings(u32 maxLength) override;
+    bool setStrings(Ref<TVector<Ref<String>>> texts) override;
+    u64 number() override;
+    bool setNumber(u64 number) override;
+    Ref<Interfaces::Stripe> binary() override;
+
+    bool valid() const { return _valid; }
+    u32 recordOfs() const { return _recordOfs; }
+    /// Length of the stored name in bytes.
+    u32 binaryNameLength() const { return L16ToHost(_recordData.nameLength); }
+    /// Whether data of this length is kept behind a db record; says nothing of resident data.
+    bool usesDbList() const { return !_isV13 && _dataSize > hive_record_vk::V1_5_MAX_DATA_WITHOUT_DB; }
+    const Ref<RegistryHiveObj>& hive() const { return _hive; }
+    Ref<KeyObj> parent() const;
+    void setParent(Ref<KeyObj> parent);
+
+    /// The fixed data length of a type: 4 or 8 for numbers, 0 for all others.
+    static u32 datasizeFormType(ValueType type);
+
+ private:
+    bool loadRecord();
+    void readName(const RecordView& record, const hive_record_vk& vk);
+
+    // Data extents (extents.cpp). Internal.
+    bool initExtents();
+    bool initSingleExtent(const RecordView& cell, u32 dataCell);
+    bool initDbList(const RecordView& cell, u32 dataCell);
+    bool loadFragments(const Array<u32>& fragments);
+    u32 extentLength(u32 extent) const;
+
+    u32 readResident(ShPtr destination, u32 count) const;
+    bool readAll(void* buffer, u32 bytes);
+    bool dataIsThere();
+    bool readUnits(u32 units, std::u16string& text);
+
+    const Ref<RegistryHiveObj> _hive;
+    Ref<KeyObj> _parent;
+    Array<u32>
+        _extents;  // record offsets of the cells that hold the data, in data order; empty until worked out
+    Ref<String> _name;
+    hive_record_vk _recordData{};  // in file byte order, kept in step with the record
+    u32 _recordOfs;
+    u32 _dataSize = 0;  // bytes, without the resident flag
+    ValueType _type = valueNone;
+    u32 _dbListDataRecord = INVALID_RECORD;  // the fragment list's cell, once worked out
+    bool _dataResident = false;
+    bool _valid = false;
+    bool _isV13 = false;
+    bool _canResize = false;
+    const bool _readOnly;
+};
+
+}  // namespace Libraries::Files::Hive

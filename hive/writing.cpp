@@ -1,0 +1,89 @@
+#include "hive/hivelog.h"
+#include "hive/registryhiveobj.h"
+
+namespace Libraries::Files::Hive {
+
+bool RegistryHiveObj::writeRecord(u32 offset, const void* data, u32 offsetInRecord, u32 length) {
+    constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::writeRecord";
+    if (refuseChange("writeRecord")) return false;
+    if (length == 0) return true;
+    if (offsetInRecord < sizeof(hive_record)) {  // the size field belongs to the allocator
+        Error::set(ErrorCode::outsideRecord);
+        return false;
+    }
+    u32 hbinIdx = INVALID_HBIN;
+    const RecordView record = cacheLoadRecord(offset, &hbinIdx, false);
+    if (!record) return false;
+    const u32 recordSize = record.usedSize();
+    assertCondition(hbinIdx < _hbins.size(), "hbin < _hbins.size()", function);
+    assertCondition(record.size() <= 0, "-static_cast<s32>(L32ToHost(record->size)) >= 0", function);
+    if (u64{offsetInRecord} + length > recordSize) {
+        Error::set(ErrorCode::outsideRecord);
+        return false;
+    }
+    const HbinDescriptor& hbin = _hbins[hbinIdx];
+    assertCondition(
+        offset > hbin.offset && u64{offset} + recordSize <= u64{hbin.offset} + hbin.size,
+        "offsetOfRecord > _hbins[hbin].offset && offsetOfRecord + recordsize <= _hbins[hbin].offset + "
+        "_hbins[hbin].size",
+        function);
+    return writeHBIN(hbinIdx, offset - hbin.offset + offsetInRecord, data, length);
+}
+
+bool RegistryHiveObj::writeHBIN(u32 hbinIdx, u32 offsetInHbin, const void* data, u32 length) {
+    if (refuseChange("writeHBIN")) return false;
+    if (!assertCondition(hbinIdx < _hbins.size(), "hbin_idx < _hbins.size()",
+                         "Libraries::Files::Hive::RegistryHiveObj::writeHBIN"))
+        return false;
+    const u64 position = cacheLoadHbin(hbinIdx);
+    if (position > UINT32_MAX) return false;
+    CachedHbin& entry = _cache.entries()[_hbins[hbinIdx].cacheSlot];
+    if (u64{offsetInHbin} + length > entry.size) return false;
+    Mem::copy(_cache.at(entry.position + offsetInHbin), data, length);
+    entry.cells.changed(offsetInHbin, length);
+    if (_mode & modeWriteThrough) return writeThrough(entry, offsetInHbin, length);
+    entry.dirty = true;
+    return true;
+}
+
+bool RegistryHiveObj::writeThrough(const CachedHbin& hbin, u32 offsetInHbin, u32 length) {
+    const u64 position = u64{_hbins[hbin.hbinIdx].offset} + HIVE_HEADER_SIZE + offsetInHbin;
+    if (_file->seek(position) != position) {
+        log(3, Channel::hive, "Failed to seek to data position: ", position,
+            "record: ", _hbins[hbin.hbinIdx].offset + offsetInHbin);
+        return false;
+    }
+    if (_file->write(ShPtr(_cache.at(hbin.position + offsetInHbin)), length) != length) {
+        log(3, Channel::hive, "Failed to write data of record: ", _hbins[hbin.hbinIdx].offset + offsetInHbin);
+        return false;
+    }
+    return !_item || _item->flush();
+}
+
+bool RegistryHiveObj::internalFlush() {
+    if (_mode & (modeReadOnly | modeWriteThrough | modeUnsafe)) return true;
+    for (CachedHbin& entry : _cache.entries()) {
+        if (!entry.dirty) continue;
+        const u32 hbinOffset = _hbins[entry.hbinIdx].offset;
+        const u64 position = u64{hbinOffset} + HIVE_HEADER_SIZE;
+        if (_file->seek(position) != position) {
+            log(3, Channel::hive, "Failed to seek to data position: ", position, "hbin: ", entry.hbinIdx);
+            return false;
+        }
+        if (_file->write(ShPtr(_cache.at(entry.position)), entry.size) != entry.size) {
+            log(4, Channel::hive, "Failed to flush hbin: ", entry.hbinIdx, "offset: ", hbinOffset,
+                ", error: ", Error::get());
+            return false;
+        }
+        entry.dirty = false;
+    }
+    return true;
+}
+
+bool RegistryHiveObj::flush() {
+    const MonGuard guard(_mon);
+    if (readonly()) return true;
+    return internalFlush() && (!_item || _item->flush());
+}
+
+}  // namespace Libraries::Files::Hive

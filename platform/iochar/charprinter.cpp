@@ -1,0 +1,23 @@
+#include "platform/iochar/charprinter.h"
+
+#include "platform/system/error.h"
+
+namespace Platform {
+
+Ref<CharPrinter> CharPrinter::create(Ref<CharWriter> writer) {
+    if (!writer) {
+        Error::set(Error::nullArgument);
+        return {};
+    }
+    return makeRef<CharPrinter>(std::move(writer));
+}
+
+void CharPrinter::print(std::string_view text) {
+    _writer->write(String::from8(text)->view());
+}
+
+void CharPrinter::endLine() {
+    _writer->write(_writer->lineEnd() == CharWriter::LineEnd::crLf ? u"\r\n" : u"\n");
+}
+
+}  // namespace Platform

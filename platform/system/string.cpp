@@ -1,0 +1,110 @@
+#include "platform/system/string.h"
+
+#include <algorithm>
+
+#include "platform/system/utf8.h"
+
+namespace Platform {
+
+namespace {
+
+/// A unit of ISO 8859-1 for each byte.
+std::u16string widen(std::string_view bytes) {
+    std::u16string units(bytes.size(), u'\0');
+    std::transform(bytes.begin(), bytes.end(), units.begin(),
+                   [](char byte) { return static_cast<u8>(byte); });
+    return units;
+}
+
+}  // namespace
+
+Ref<String> String::create(std::u16string_view units) {
+    return makeRef<String>(std::u16string(units));
+}
+
+Ref<String> String::from8(std::string_view bytes) {
+    return makeRef<String>(widen(bytes));
+}
+
+Ref<String> String::from32(std::u32string_view codePoints) {
+    std::u16string units;
+    units.reserve(codePoints.size());
+    for (const char32_t codePoint : codePoints)
+        appendCodePoint(units, codePoint > 0x10FFFF ? char32_t{REPLACEMENT} : codePoint);
+    return makeRef<String>(std::move(units));
+}
+
+Ref<String> String::fromUtf8(std::string_view utf8) {
+    std::u16string units;
+    units.reserve(utf8.size());
+    Utf8Decoder decoder;
+    decoder.feed(utf8, units);
+    decoder.finish(units);
+    return makeRef<String>(std::move(units));
+}
+
+Ref<String> String::sub(u64 from, u64 count) const {
+    if (from >= length()) return create();
+    return create(view().substr(from, std::min(count, length() - from)));
+}
+
+Ref<String> String::concat(const Ref<String>& tail) const {
+    std::u16string units;
+    units.reserve(_units.size() + tail->_units.size());
+    units.append(_units).append(tail->_units);
+    return makeRef<String>(std::move(units));
+}
+
+Ref<String> String::upper() const {
+    std::u16string units(_units.size(), u'\0');
+    std::transform(_units.begin(), _units.end(), units.begin(), upperUnit);
+    return makeRef<String>(std::move(units));
+}
+
+int String::compareUpper(const Ref<String>& other) const {
+    const std::u16string_view left = view();
+    const std::u16string_view right = other->view();
+    const u64 common = std::min(left.size(), right.size());
+    for (u64 i = 0; i < common; ++i) {
+        if (left[i] == right[i]) continue;
+        const char16_t a = upperUnit(left[i]);
+        const char16_t b = upperUnit(right[i]);
+        if (a != b) return a < b ? -1 : 1;
+    }
+    return left.size() == right.size() ? 0 : left.size() < right.size() ? -1 : 1;
+}
+
+bool String::equalUpper(const Ref<String>& other) const {
+    return length() == other->length() && compareUpper(other) == 0;
+}
+
+std::string String::toUtf8() const {
+    std::string bytes;
+    bytes.reserve(_units.size());
+    Utf8Encoder encoder;
+    encoder.feed(_units, bytes);
+    encoder.finish(bytes);
+    return bytes;
+}
+
+std::u32string String::to32() const {
+    std::u32string codePoints;
+    codePoints.reserve(_units.size());
+    for (u64 i = 0; i < length(); ++i) {
+        const char32_t unit = _units[i];
+        if (isHighSurrogate(_units[i]) && isLowSurrogate(charAt(i + 1)))
+            codePoints.push_back(0x10000 + ((unit & 0x3FF) << 10) + (_units[++i] & 0x3FFU));
+        else
+            codePoints.push_back(unit);
+    }
+    return codePoints;
+}
+
+std::string String::to8() const {
+    std::string bytes(_units.size(), '\0');
+    std::transform(_units.begin(), _units.end(), bytes.begin(),
+                   [](char16_t unit) { return static_cast<char>(unit > 0xFF ? u'?' : unit); });
+    return bytes;
+}
+
+}  // namespace Platform

@@ -1,0 +1,182 @@
+#include "regfile/regfileexporter.h"
+
+#include "hive/hivelog.h"
+#include "platform/iochar/stringutil.h"
+#include "regfile/report.h"
+
+namespace Libraries::Files::Hive {
+
+namespace {
+
+constexpr u32 MAX_TEXT_LENGTH = 16777216;  // UTF-16 units of a string value written as text
+constexpr u64 BYTES_PER_LINE = 25;
+constexpr u64 FIRST_READ = 65536;
+constexpr char16_t DIGITS[] = u"0123456789abcdef";
+
+Ref<String> joined(std::initializer_list<std::u16string_view> parts) {
+    std::u16string text;
+    for (const auto& part : parts) text += part;
+    return String::create(text);
+}
+
+}  // namespace
+
+RegFileExporter::RegFileExporter(Ref<CharPrinter> out, Ref<CharPrinter> errorPrinter, bool flag,
+                                 bool binaryOnly)
+    : _out(std::move(out)), _errorPrinter(std::move(errorPrinter)), _flag(flag), _binaryOnly(binaryOnly) {}
+
+bool RegFileExporter::recursiveExport(const Ref<Key>& key, const Ref<String>& path) {
+    _budget.emplace(key);
+    return exportKey(key, path);
+}
+
+/// The recursion ends with the hive's own limit on the depth of keys: a key below it has no name.
+bool RegFileExporter::exportKey(const Ref<Key>& key, const Ref<String>& path) {
+    const Ref<String> name = key->name();
+    if (!name)
+        return report(
+            _errorPrinter, Channel::regExporter,
+            _errorPrinter ? "Invalid name of a subkey, parent:" : "Invalid name of a subkey, parent: ", path);
+    const Ref<String> fullPath = path->concat(name);
+    _out->print(u"[");
+    _out->print(fullPath);
+    _out->print(u"]");
+    _out->endLine();
+    if (!exportValues(key, fullPath)) return false;
+    _out->endLine();
+    if (!_out->good()) return false;  // told once, by whoever flushes the printer
+
+    const Ref<KeyIterator> subkeys = key->keyIterator();
+    const Ref<String> below = fullPath->concat(String::create(u"\\"));
+    for (u32 left = subkeys ? subkeys->count() : 0; left > 0; --left) {
+        const Ref<Key> subkey = subkeys->next();
+        if (!subkey)
+            return report(_errorPrinter, Channel::regExporter, "Failed to read the subkeys of: ", fullPath);
+        if (!_budget->takeEntry())
+            return report(_errorPrinter, Channel::regExporter,
+                          "More keys and values than the hive can hold: ", fullPath);
+        if (!exportKey(subkey, below)) return false;
+    }
+    return true;
+}
+
+bool RegFileExporter::exportValues(const Ref<Key>& key, const Ref<String>& fullPath) {
+    const Ref<ValueIterator> values = key->valueIterator();
+    for (u32 left = values ? values->count() : 0; left > 0; --left) {
+        const Ref<Value> value = values->next();
+        if (!value)
+            return report(_errorPrinter, Channel::regExporter, "Failed to read the values of: ", fullPath);
+        if (!_budget->takeEntry())
+            return report(_errorPrinter, Channel::regExporter,
+                          "More keys and values than the hive can hold: ", fullPath);
+        if (!exportValue(value, fullPath)) return false;
+    }
+    return true;
+}
+
+bool RegFileExporter::exportValue(const Ref<Value>& value, const Ref<String>& fullPath) {
+    const Ref<String> name = value->name();
+    if (!name)
+        return report(
+            _errorPrinter, Channel::regExporter,
+            _errorPrinter ? "Invalid name of a value. key: " : "Invalid name of a value. parent: ", fullPath);
+    // Quotes and backslashes in names and texts stand as they are: the text is read back by the same rule.
+    const Ref<String> label = name->isEmpty() ? String::create(u"@=") : joined({u"\"", name->view(), u"\"="});
+    const Ref<String> place = joined({fullPath->view(), u"/", name->view()});
+    return (!_binaryOnly && exportAsText(value, label, place)) || exportAsBinary(value, label, place);
+}
+
+/// Writes a string or dword value in its readable form; false when it has none, so that the binary one must
+/// do.
+bool RegFileExporter::exportAsText(const Ref<Value>& value, const Ref<String>& label,
+                                   const Ref<String>& place) {
+    if (value->type() == Value::valueString) {
+        const Ref<String> text = value->string(MAX_TEXT_LENGTH);
+        if (!text) {
+            reportFallback("string", place);
+            return false;
+        }
+        _out->print(label);
+        _out->print(u"\"");
+        _out->print(text);
+        _out->print(u"\"");
+        _out->endLine();
+        return true;
+    }
+    if (value->type() != Value::valueDword) return false;
+    const u64 number = value->number();
+    if (number == ~u64{0}) {
+        reportFallback("dword", place);
+        return false;
+    }
+    const Ref<String> digits = StrConv::str(number, 16);
+    _out->print(label);
+    _out->print(u"dword:");
+    _out->print(std::u16string(digits->length() < 8 ? 8 - digits->length() : 0, u'0'));
+    _out->print(digits);
+    _out->endLine();
+    return true;
+}
+
+bool RegFileExporter::exportAsBinary(const Ref<Value>& value, const Ref<String>& label,
+                                     const Ref<String>& place) {
+    _out->print(label);
+    if (value->type() == Value::valueBinary && !_binaryOnly) {
+        _out->print(u"hex:");
+    } else {
+        _out->print(u"hex(");
+        _out->print(StrConv::str(value->type(), 16));
+        _out->print(u"):");
+    }
+    const Ref<Interfaces::Stripe> data = value->binary();
+    const u64 count = data ? data->elementCount() : 0;
+    if (data)
+        assertCondition(data->elementSize() == 1, "bin->elementSize() == 1",
+                        "Libraries::Files::Hive::RegFileExporter::recursiveExport", 169);
+    if (!_budget->takeData(count))
+        return report(_errorPrinter, Channel::regExporter, "More data than the hive can hold: ", place);
+    Array<u8> bytes;
+    if (!data || !readData(*data, count, bytes))
+        return report(_errorPrinter, Channel::regExporter, "Failed to read binary data of: ", place);
+    printBytes(bytes);
+    _out->endLine();
+    return true;
+}
+
+/// Reads all data, in pieces: the buffer grows only as bytes do come, whatever length a damaged record
+/// claims.
+bool RegFileExporter::readData(Interfaces::Stripe& data, u64 count, Array<u8>& bytes) const {
+    while (bytes.size() < count) {
+        const u64 have = bytes.size();
+        const u64 piece = std::min(count - have, std::max<u64>(have, FIRST_READ));
+        bytes.resize(have + piece);
+        if (data.read(ShPtr(bytes.data() + have), piece) != piece) return false;
+    }
+    return true;
+}
+
+void RegFileExporter::printBytes(const Array<u8>& bytes) {
+    std::u16string line;
+    for (u64 i = 0; i < bytes.size(); ++i) {
+        if (i && i % BYTES_PER_LINE == 0) {
+            line += u"\\\r\n  ";
+            _out->print(line);
+            line.clear();
+        }
+        line += DIGITS[bytes[i] >> 4];
+        line += DIGITS[bytes[i] & 15];
+        if (i + 1 < bytes.size()) line += u',';
+    }
+    _out->print(line);
+}
+
+void RegFileExporter::reportFallback(const char* kind, const Ref<String>& place) {
+    if (!_errorPrinter) {
+        log(2, Channel::regExporter, "Invalid ", kind, " value, using binary fallback: ", place);
+        return;
+    }
+    report(_errorPrinter, Channel::regExporter, "Invalid ", kind, " value: ", place);
+    report(_errorPrinter, Channel::regExporter, "Using binary fallback");
+}
+
+}  // namespace Libraries::Files::Hive

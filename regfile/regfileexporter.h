@@ -1,0 +1,39 @@
+#pragma once
+
+#include <optional>
+
+#include "platform/iochar/charprinter.h"
+#include "regfile/walkbudget.h"
+
+namespace Libraries::Files::Hive {
+
+/// Writes key branches as registry export text on a printer.
+class RegFileExporter {
+ public:
+    /// `errorPrinter` may be null: errors then go to the log. `flag` is stored and changes nothing.
+    RegFileExporter(Ref<CharPrinter> out, Ref<CharPrinter> errorPrinter, bool flag, bool binaryOnly);
+
+    /// Writes the block of `key` and of every key below it, parents before children. `path` (export notation)
+    /// stands before the key's name. False, with a report, at the first thing that cannot be read or written.
+    bool recursiveExport(const Ref<Key>& key, const Ref<String>& path);
+
+    bool flag() const { return _flag; }
+
+ private:
+    bool exportKey(const Ref<Key>& key, const Ref<String>& path);
+    bool exportValues(const Ref<Key>& key, const Ref<String>& fullPath);
+    bool exportValue(const Ref<Value>& value, const Ref<String>& fullPath);
+    bool exportAsText(const Ref<Value>& value, const Ref<String>& label, const Ref<String>& place);
+    bool exportAsBinary(const Ref<Value>& value, const Ref<String>& label, const Ref<String>& place);
+    bool readData(Interfaces::Stripe& data, u64 count, Array<u8>& bytes) const;
+    void printBytes(const Array<u8>& bytes);
+    void reportFallback(const char* kind, const Ref<String>& place);
+
+    const Ref<CharPrinter> _out;
+    const Ref<CharPrinter> _errorPrinter;
+    const bool _flag;
+    const bool _binaryOnly;
+    std::optional<WalkBudget> _budget;  // of the walk under way
+};
+
+}  // namespace Libraries::Files::Hive
