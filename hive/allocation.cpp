@@ -5,6 +5,9 @@ namespace Libraries::Files::Hive {
 
 namespace {
 
+/// The largest cell: its length stands as a negative 32-bit number while it is in use.
+constexpr u32 MAX_CELL_SIZE = 0x7FFFFFF8;
+
 /// A requested cell size rounded up to the alignment; 0 stays 0.
 u32 aligned(u32 size) {
     return ((size - 1) & ~(hive_hbin::RECORD_ALIGNMENT - 1)) + hive_hbin::RECORD_ALIGNMENT;
@@ -16,6 +19,10 @@ u32 RegistryHiveObj::allocateRecord(u32 size, u32* allocatedSize) {
     if (refuseChange("allocateRecord")) return INVALID_RECORD;
     const u32 length = aligned(size);
     if (allocatedSize) *allocatedSize = length;
+    if (size > MAX_CELL_SIZE) {
+        Error::set(ErrorCode::allocationFailed);
+        return INVALID_RECORD;
+    }
     u32 hbinIdx = _hbins.firstWithRoom(length);
     if (hbinIdx == INVALID_HBIN && _hbins.end() < hbinsSize()) {
         if (hbinFromOffset(hbinsSize() - 5) == INVALID_HBIN) {  // an offset in the last hbin: discovers all
@@ -176,6 +183,10 @@ u32 RegistryHiveObj::resizeRecord(u32 offset, u32 size, bool copyData, u32* allo
     if (refuseChange("resizeRecord")) return INVALID_RECORD;
     const u32 wanted = aligned(size);
     if (allocatedSize) *allocatedSize = wanted;
+    if (size > MAX_CELL_SIZE) {
+        Error::set(ErrorCode::allocationFailed);
+        return INVALID_RECORD;
+    }
     u32 hbinIdx = INVALID_HBIN;
     const RecordView record = cacheLoadRecord(offset, &hbinIdx, false);
     if (!record) return INVALID_RECORD;

@@ -34,6 +34,7 @@ constexpr u32 listNotTerminated = 0x1014;
 constexpr u32 wrongNumberLength = 0x1015;
 constexpr u32 shortNumberRead = 0x1016;
 constexpr u32 shortWrite = 0x1017;
+constexpr u32 treeTooDeep = 0x1018;     ///< the key would lie deeper than keys are read
 constexpr u32 numberTooLarge = 0x1019;  ///< above 32 bits for a 32-bit type
 constexpr u32 badHive = 0x2001;         ///< hive or root key invalid, wrong signature, file too small
 constexpr u32 badKeyRecord = 0x2004;

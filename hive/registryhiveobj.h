@@ -52,6 +52,12 @@ class RegistryHiveObj final : public HiveFile, public Object {
     /// the plain walk over its cells, by their stored lengths exactly.
     static bool isValidRecord(const u8* hbin, u32 offset);
 
+    /// The stored form of a name: 8-bit where every character has a byte in the hive's code page, else
+    /// UTF-16LE. `length` is the most bytes the caller can store (a UTF-16 name may come out up to two bytes
+    /// longer) and on success the bytes stored; `compressed` tells the form. Null on failure, without an
+    /// error code.
+    HeapBuffer stringToRegName(const Ref<String>& name, u64& length, bool& compressed) const;
+
     // Record access (recordaccess.cpp). Results stay valid until the next store operation.
 
     /// The used record at `offset`; null on failure. Error: 0x2006 not a multiple of 8.

@@ -83,6 +83,11 @@ bool KeyObj::syncKeyRecord() {
                               sizeof(_record) - sizeof(_record.size));
 }
 
+/// What every changing operation asks first; false with the error code set on a read-only key.
+bool KeyObj::canChange() const {
+    return _valid && (!_readOnly || fail(ErrorCode::readOnly));
+}
+
 bool KeyObj::fail(u32 errorCode) const {
     Error::set(errorCode);
     return false;

@@ -90,7 +90,34 @@ class HIVE_API KeyObj final : public Key, public Object {
     /// The same by looking at every subkey; on a miss `position` is 0xFFFFFFFF.
     Ref<Key> linearFindKey(const Ref<String>& name, u32* position);
 
+    // Maintenance of the lists (valuelist.cpp, subkeymaintenance.cpp). Internal.
+
+    /// Appends the value's record to the value list.
+    bool linkValue(const Ref<ValueObj>& value);
+    /// Removes the value, which must be the very object this key handed out (else 0x8446).
+    bool unlinkValue(const Ref<ValueObj>& value);
+    /// Makes room for one more entry in the list record that would receive one at `position`.
+    bool ensureFreeListPlace(u32 position);
+    /// Inserts an entry; room must have been made. `key` may be null.
+    bool insertKey(u32 position, u32 nkOffset, SubkeyHash hash, const Ref<KeyObj>& key);
+    /// Removes the entry of the very object `key` (else 0x8446), passing over the one at `skipIndex`.
+    bool unlinkKey(const Ref<KeyObj>& key, u32 skipIndex);
+
+    // Changes of the key itself (keyoperations.cpp, keymove.cpp). Internal.
+
+    /// Whether the key has neither subkeys nor values and may be changed.
+    bool canBeDeleted() const;
+    /// Frees the key's records; the object is not valid afterwards. Its parent's list is not touched.
+    bool selfDelete();
+    /// Rewrites the nk record with a new name and parent and computes the name's hint or hash for a list of
+    /// the given type. Returns the record's offset, which may have changed, or INVALID_RECORD.
+    u32 setName(const Ref<String>& name, KeyListType listType, SubkeyHash& hash, u32 parentCell);
+    /// Counts one user more or less in a security record. Always true: a broken security record leaves a log
+    /// line and never stops a key from coming or going.
+    bool adjustSecurityCellRefCount(u32 securityCell, bool increment);
+
  private:
+    bool canChange() const;
     bool loadRecord();
     void readName(const RecordView& record, const hive_record_nk& nk);
 
@@ -99,6 +126,27 @@ class HIVE_API KeyObj final : public Key, public Object {
     bool loadOneLevel(const RecordView& record, KeyListType type, const char* failure);
     bool loadTwoLevel(const RecordView& record);
     u16 loadList(const RecordView& record, KeyListType type, u32 start, Array<SubkeyEntry>& entries) const;
+
+    bool rewriteValueList(u32 removed);
+    bool syncValueList(u32 cell);
+
+    bool createEmptyKeyList();
+    bool convertLfToLiList();
+    bool addSecTreeLevel();
+    bool splitRISublist(u32 j);
+    bool syncRIList();
+    bool makeListPlace(u32 j);
+    u32 writeKeyListRecord(u32 cell, u32 first, u16 count, u32 minSize);
+    bool rewriteSublist(u32 j);
+    bool removeEmptySublist(u32 j);
+    void setTopList(u32 cell);
+    bool freeCell(u32 cell);
+    u32 indexOfKey(const Ref<KeyObj>& key, u32 skipIndex);
+
+    u32 writeNewKey(const Ref<String>& name, SubkeyHash& hash);
+    bool freeLists();
+    bool canReceive(const Ref<KeyObj>& key) const;
+    void updateParentOfSubkeys(u32 oldCell);
 
     const Ref<RegistryHiveObj> _hive;
     Ref<KeyObj> _parent;

@@ -1,8 +1,21 @@
+#include <algorithm>
+
 #include "hive/hivelog.h"
 #include "hive/keys/keyobj.h"
+#include "hive/keys/valueiteratorobj.h"
+#include "hive/recordbuilder.h"
 #include "hive/values/valueobj.h"
 
 namespace Libraries::Files::Hive {
+
+namespace {
+
+/// Bytes of a value list record, which is also where its entry number `values` begins.
+u32 valueListSize(u32 values) {
+    return values * OFFSET_ENTRY_SIZE + static_cast<u32>(sizeof(hive_record));
+}
+
+}  // namespace
 
 bool KeyObj::initValues() {
     if (!_valid) return false;
@@ -59,6 +72,88 @@ Ref<Value> KeyObj::value(Ref<String> name) {
     }
     Error::set(ErrorCode::noSuchValue);
     return nullptr;
+}
+
+Ref<Value> KeyObj::createValue(Ref<String> name, Value::ValueType type) {
+    if (!canChange()) return nullptr;
+    if (!name) {
+        Error::set(ErrorCode::nullArgument);
+        return nullptr;
+    }
+    const MonGuard guard(_hive->mon());
+    if (value(name)) {
+        Error::set(ErrorCode::valueExists);
+        return nullptr;
+    }
+    const Ref<ValueObj> created = ValueObj::createValue(_hive, Ref<KeyObj>(this), name, type);
+    if (!created || !linkValue(created)) return nullptr;
+    return created;
+}
+
+bool KeyObj::deleteValue(Ref<Value> value) {
+    if (!canChange()) return false;
+    const MonGuard guard(_hive->mon());
+    const Ref<ValueObj> own = refCast<ValueObj>(value);
+    if (!own) return fail(ErrorCode::wrongArgument);
+    return unlinkValue(own) && own->selfDelete();
+}
+
+bool KeyObj::linkValue(const Ref<ValueObj>& value) {
+    if (!canChange() || !initValues()) return false;
+    const u32 count = _numOfValues;
+    const u32 cell =
+        count == 0 ? _hive->allocateRecord(valueListSize(1), nullptr)
+                   : _hive->resizeRecord(_valueListCell, valueListSize(count + 1), true, nullptr, false);
+    if (cell == INVALID_RECORD) return false;
+    _valueListCell = cell;
+    const u32 entry = HostToL32(value->recordOfs());
+    if (!_hive->writeRecord(cell, &entry, valueListSize(count), sizeof(entry))) return false;
+    _numOfValues += 1;
+    _values.push_back({value->recordOfs(), WeakRef<ValueObj>(value)});
+    if (!syncValueList(cell)) return false;
+    for (const auto& weak : _valueIterators)
+        if (const Ref<ValueIteratorObj> iterator = weak.lock()) iterator->insertedAt(count);
+    return true;
+}
+
+bool KeyObj::unlinkValue(const Ref<ValueObj>& value) {
+    if (!canChange() || !initValues()) return false;
+    const auto found = std::find_if(_values.begin(), _values.end(), [&](const ValueEntry& entry) {
+        return entry.value.refersTo(value.get());
+    });
+    if (found == _values.end()) return fail(ErrorCode::wrongArgument);
+    const auto index = static_cast<u32>(found - _values.begin());
+    const u32 count = --_numOfValues;
+    _values.erase(found);
+    const u32 cell =
+        _hive->resizeRecord(_valueListCell, count ? valueListSize(count) : 0, true, nullptr, false);
+    if (cell == INVALID_RECORD) return false;
+    _valueListCell = cell;
+    if (!rewriteValueList(index) || !syncValueList(count ? cell : INVALID_RECORD)) return false;
+    for (const auto& weak : _valueIterators)
+        if (const Ref<ValueIteratorObj> iterator = weak.lock()) iterator->removedAt(index);
+    return true;
+}
+
+/// Writes the list anew after the entry at `removed` went. When that was the last but one of the old list
+/// nothing is written: the record keeps the removed entry in its last slot, and the old last one falls off. A
+/// fixed rule, which files already written and the programs that compare them rely on; only the list in
+/// memory is right then.
+bool KeyObj::rewriteValueList(u32 removed) {
+    const u32 count = _numOfValues;
+    if (count == 0 || removed == count - 1) return true;
+    RecordBuilder offsets;
+    for (const ValueEntry& entry : _values) offsets.put32(entry.record);
+    return _hive->writeRecord(_valueListCell, offsets.data(), sizeof(hive_record), offsets.size());
+}
+
+/// Brings the nk record in step with the value list; `cell` is its value list field.
+bool KeyObj::syncValueList(u32 cell) {
+    assertCondition(_values.size() == _numOfValues, "_values.size() == _numOfValues",
+                    "Libraries::Files::Hive::KeyObj::syncValueList");
+    _record.numOfValues = HostToL32(_numOfValues);
+    _record.valueList = HostToL32(cell);
+    return syncKeyRecord();
 }
 
 }  // namespace Libraries::Files::Hive

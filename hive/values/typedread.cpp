@@ -7,9 +7,8 @@ namespace Libraries::Files::Hive {
 
 namespace {
 
-bool fail(u32 errorCode) {
+void fail(u32 errorCode) {
     Error::set(errorCode);
-    return false;
 }
 
 constexpr u64 NO_NUMBER = ~u64{0};

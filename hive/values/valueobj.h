@@ -50,6 +50,18 @@ class HIVE_API ValueObj final : public Value, public Object {
     Ref<KeyObj> parent() const;
     void setParent(Ref<KeyObj> parent);
 
+    /// Writes a new vk record, and a data cell where the type's length needs one, for a value of `parent`
+    /// that is not in its value list yet. Null on failure: 0x1009 name too long. Internal.
+    static Ref<ValueObj> createValue(const Ref<RegistryHiveObj>& hive, const Ref<KeyObj>& parent,
+                                     const Ref<String>& name, ValueType type);
+    /// Rewrites the vk record with a new name and returns its offset, which may have changed: the caller
+    /// stores it in the key's value list. On failure 0xFFFFFFFF (0x1001 not valid, 0x100B name too long) or 0
+    /// (0x100B name not encodable, or the record could not be written).
+    u32 setName(const Ref<String>& name);
+    /// Frees the data's cells and the vk record; the object is not valid afterwards. The value list is not
+    /// touched.
+    bool selfDelete();
+
     /// The fixed data length of a type: 4 or 8 for numbers, 0 for all others.
     static u32 datasizeFormType(ValueType type);
 
@@ -66,7 +78,27 @@ class HIVE_API ValueObj final : public Value, public Object {
 
     u32 readResident(ShPtr destination, u32 count) const;
     bool readAll(void* buffer, u32 bytes);
+    bool updateVkRecord();
+    u32 writeResident(ShPtr source, u32 count);
+
+    // Resizing (valueresize.cpp).
+    bool freeAllExtents();
+    bool freeCell(u32 cell);
+    u32 resizeFailed(const char* message) const;
+    u32 finishResize(u32 newSize);
+    u32 resizeToResident(u32 newSize);
+    u32 resizeToSingle(u32 newSize);
+    u32 resizeSingle(u32 newSize);
+
+    // Resizing to, and within, a db list (dblist.cpp).
+    u32 resizeDbList(u32 newSize);
+    const char* resizeFragments(u16 fragments);
+    const char* makeDbList(u16 fragments);
+    const char* writeDbList();
+
     bool dataIsThere();
+    bool canSet(bool typeSuits) const;
+    bool replaceData(const void* data, u32 bytes, const char* resizeFailure, const char* writeFailure);
     bool readUnits(u32 units, std::u16string& text);
 
     const Ref<RegistryHiveObj> _hive;

@@ -104,6 +104,8 @@ class WeakRef {
         if (_proxy) _proxy->decWeakRef();
     }
 
+    /// Whether this is a reference to `object`, which is alive.
+    bool refersTo(const T* object) const { return _object == object && lock(); }
     /// The object, or null when it is gone or the reference is empty.
     Ref<T> lock() const { return _proxy && _proxy->lockWeakRef() ? Ref<T>::adopt(_object) : Ref<T>(); }
 

@@ -1,0 +1,135 @@
+#include "hive/hivelog.h"
+#include "hive/keys/keyiteratorobj.h"
+#include "hive/keys/keyobj.h"
+#include "hive/recordbuilder.h"
+#include "hive/values/valueobj.h"
+
+namespace Libraries::Files::Hive {
+
+namespace {
+constexpr u32 NO_INDEX = 0xFFFFFFFF;
+constexpr u32 CELL_HEAD = sizeof(hive_record);
+constexpr u64 MAX_STORED_NAME = 0xFFFF;
+}  // namespace
+
+bool KeyObj::move(Ref<Key> key, Ref<String> newName) {
+    if (!canChange()) return false;
+    if (!newName) return fail(ErrorCode::nullArgument);
+    const MonGuard guard(_hive->mon());
+    const Ref<KeyObj> moved = refCast<KeyObj>(key);
+    if (!moved) return fail(ErrorCode::wrongArgument);
+    if (!canReceive(moved)) return false;
+    if (!initSubkeys()) return fail(ErrorCode::moveTargetUnreadable);
+    u32 position = NO_INDEX;
+    if (binaryFindKey(newName, &position)) return fail(ErrorCode::moveKeyExists);
+    if (position == NO_INDEX) return fail(ErrorCode::moveSearchFailed);
+    if (!ensureFreeListPlace(position)) return false;
+    SubkeyHash hash{};
+    const u32 record = moved->setName(newName, _listType, hash, _recordOfs);
+    if (record == INVALID_RECORD) {
+        log(3, Channel::hive, "Failed to rename record");
+        return false;
+    }
+    if (!insertKey(position, record, hash, moved)) {
+        log(3, Channel::hive, "insertKey failed for move, newKey=", record, " current=", _recordOfs,
+            " pos=", position);
+        return false;
+    }
+    const Ref<KeyObj> oldParent = moved->parent();
+    if (!oldParent->unlinkKey(moved, oldParent.get() == this ? position : NO_INDEX)) {
+        log(3, Channel::hive, "unlinkKey failed for move, movedRec=", record);
+        return false;
+    }
+    moved->setParent(Ref<KeyObj>(this));
+    for (const auto& weak : _keyIterators)
+        if (const Ref<KeyIteratorObj> iterator = weak.lock()) iterator->insertedAt(position);
+    return true;
+}
+
+/// Whether a key may be moved under this one; false with the error code set.
+bool KeyObj::canReceive(const Ref<KeyObj>& moved) const {
+    if (moved->hive() != _hive) {
+        log(3, Channel::hive, "Attempt to move a key form a different hive");
+        return fail(ErrorCode::wrongArgument);
+    }
+    if (!moved->parent()) {
+        log(3, Channel::hive, "Attempt to move root key");
+        return fail(ErrorCode::moveRoot);
+    }
+    for (const KeyObj* ancestor = this; ancestor; ancestor = ancestor->_parent.get()) {
+        // By record, since one key may have two objects.
+        if (ancestor->_recordOfs != moved->_recordOfs) continue;
+        log(3, Channel::hive, "Nested move");
+        return fail(ErrorCode::moveNested);
+    }
+    return _depth < MAX_KEY_DEPTH || fail(ErrorCode::treeTooDeep);
+}
+
+u32 KeyObj::setName(const Ref<String>& name, KeyListType listType, SubkeyHash& hash, u32 parentCell) {
+    if (!canChange() || !initSubkeys()) return INVALID_RECORD;
+    u64 nameLength = MAX_STORED_NAME;
+    bool compressed = false;
+    HeapBuffer storedName;
+    if (name->length() <= MAX_KEY_NAME_LENGTH)
+        storedName = _hive->stringToRegName(name, nameLength, compressed);
+    if (!storedName) {
+        Error::set(ErrorCode::badKeyName);
+        return INVALID_RECORD;
+    }
+    if (listType != keyListLI && !makeHash(listType, name, hash, compressed, false)) {
+        Error::set(ErrorCode::hashFailed);
+        return INVALID_RECORD;
+    }
+    hive_record_nk nk = _record;
+    const u32 otherFlags = L16ToHost(nk.flags) & ~u32{hive_record_nk::FLAG_COMPRESSED_NAME};
+    nk.flags =
+        HostToL16(static_cast<u16>(otherFlags | (compressed ? hive_record_nk::FLAG_COMPRESSED_NAME : 0)));
+    nk.nameLength = HostToL16(static_cast<u16>(nameLength));
+    nk.parent = HostToL32(parentCell);
+    RecordBuilder record;
+    record.putLayout(nk);
+    record.put(storedName.get(), nameLength);
+    const u32 oldCell = _recordOfs;
+    const u32 cell = _hive->resizeRecord(oldCell, record.recordSize(), false, nullptr, false);
+    if (cell == INVALID_RECORD || !_hive->writeRecord(cell, record.data(), CELL_HEAD, record.size()))
+        return INVALID_RECORD;
+    _record = nk;
+    _name = name;
+    _recordOfs = cell;
+    if (cell != oldCell) updateParentOfSubkeys(oldCell);
+    return cell;
+}
+
+/// The record has moved: makes every subkey, on disk and alive, name it as its parent.
+void KeyObj::updateParentOfSubkeys(u32 oldCell) {
+    const u32 parent = HostToL32(_recordOfs);
+    for (u32 i = 0; i < _keyList.size(); ++i) {
+        const SubkeyEntry& entry = _keyList.at(i);
+        if (const Ref<KeyObj> live = entry.key.lock()) live->_record.parent = parent;
+        if (!_hive->writeRecord(entry.record, &parent, offsetof(hive_record_nk, parent), sizeof(parent)))
+            log(3, Channel::hive, "Failed to update parent of subkey: ", entry.record,
+                "Old parent: ", oldCell, "New parent: ", _recordOfs);
+    }
+}
+
+bool KeyObj::move(Ref<Value> value, Ref<String> newName) {
+    if (!canChange()) return false;
+    if (!newName) return fail(ErrorCode::nullArgument);
+    const MonGuard guard(_hive->mon());
+    if (this->value(newName)) return fail(ErrorCode::moveValueExists);
+    const Ref<ValueObj> moved = refCast<ValueObj>(value);
+    if (!moved) return fail(ErrorCode::wrongArgument);
+    const Ref<KeyObj> oldKey = moved->parent();
+    if (oldKey->hive() != _hive) {
+        log(3, Channel::hive, "Attempt to move a value form a different hive");
+        return fail(ErrorCode::wrongArgument);
+    }
+    const u32 record = moved->setName(newName);
+    if (record == 0 || record == INVALID_RECORD) return false;
+    // Linked first: within one key the value's first entry is then the old one, so that it ends up last.
+    if (!linkValue(moved) || !oldKey->unlinkValue(moved)) return false;
+    moved->setParent(Ref<KeyObj>(this));
+    return true;
+}
+
+}  // namespace Libraries::Files::Hive
