@@ -35,7 +35,8 @@ void CellMap::changed(u32 position, u32 length) {
         return;
     }
     const u64 end = std::min<u64>(u64{position} + length, _walked);
-    for (u64 cell = position / bytesPerBit * bytesPerBit; cell < end; cell += bytesPerBit) {
+    const u32 first = std::max<u32>(position / bytesPerBit * bytesPerBit, sizeof(hive_hbin));
+    for (u64 cell = first; cell < end; cell += bytesPerBit) {
         if (cell + sizeof(hive_record) <= position || !isMarked(static_cast<u32>(cell))) continue;
         _walked = static_cast<u32>(cell);
         return;

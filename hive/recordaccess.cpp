@@ -52,6 +52,8 @@ bool RegistryHiveObj::isValidRecord(const u8* hbin, u32 offset) {
 /// `isValidRecord` for a cached hbin, answered from its cell map.
 bool RegistryHiveObj::isCellBoundary(u32 hbinIdx, u32 position, u32 offset) {
     const HbinDescriptor& hbin = _hbins[hbinIdx];
+    // A cell of odd length may end at any offset, while the map knows the aligned ones only.
+    if (offset % hive_hbin::RECORD_ALIGNMENT) return isValidRecord(_cache.at(position), offset);
     if (!checkRecordPlace(hbin.offset, hbin.size, offset)) return false;
     CellMap& cells = _cache.entries()[hbin.cacheSlot].cells;
     const auto answer = cells.isBoundary(_cache.at(position), hbin.size, offset - hbin.offset);

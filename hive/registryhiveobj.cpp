@@ -128,8 +128,9 @@ Ref<Key> RegistryHiveObj::path(Ref<String> path) {
         Error::set(ErrorCode::nullArgument);
         return nullptr;
     }
+    const auto names = StringUtil::split(pathToWindowsStyle(path), u'\\');
     Ref<Key> key = root();
-    for (const Ref<String>& name : *StringUtil::split(pathToWindowsStyle(path), u'\\')) {
+    for (const Ref<String>& name : *names) {
         if (!key) return nullptr;
         key = key->key(name);
     }

@@ -2,14 +2,19 @@
 
 #include "hive/hivelog.h"
 #include "platform/filesys/file.h"
+#include "platform/ini/iniparser.h"
+#include "platform/iochar/stringutil.h"
+#include "platform/text/reader.h"
 #include "platform/text/writer.h"
 #include "regfile/regfileexporter.h"
+#include "regfile/regfileimporthandler.h"
 #include "regfile/report.h"
 #include "regfile/util.h"
 
 namespace Libraries::Files::Hive {
 
 using Libraries::Files::Text::Encoding;
+using Libraries::Files::Text::Reader;
 using Libraries::Files::Text::Writer;
 using Services::Filesystem::Client::File;
 
@@ -58,8 +63,36 @@ bool RegFileUtil::exportRegFile(const Ref<Key>& key, const Ref<Interfaces::Strip
     if (key->name()) path = path->concat(String::create(u"\\"));
     RegFileExporter exporter(out, errorPrinter, flag, (options & exportBinaryOnly) != 0);
     const bool done = exporter.recursiveExport(key, path);
-    if (out->flush()) return done;
-    return done && report(errorPrinter, Channel::regUtil, "Failed to write the exported text");
+    if (!out->flush()) return report(errorPrinter, Channel::regUtil, "Failed to write the exported text");
+    return done;
+}
+
+bool RegFileUtil::importRegFile(const Ref<RegistryHive>& hive, const Ref<String>& path,
+                                const Ref<String>& prefix, const Ref<CharPrinter>& errorPrinter, bool verbose,
+                                ImportCounts* counts) {
+    if (!hive || !path || !prefix) return nullArgument();
+    const Ref<File> file = File::open(path, File::readAny);
+    return file && importRegFile(hive, Ref<Interfaces::Stripe>(file), prefix, errorPrinter, verbose, counts);
+}
+
+bool RegFileUtil::importRegFile(const Ref<RegistryHive>& hive, const Ref<Interfaces::Stripe>& source,
+                                const Ref<String>& prefix, const Ref<CharPrinter>& errorPrinter, bool verbose,
+                                ImportCounts* counts) {
+    if (!hive || !source || !prefix) return nullArgument();
+    const Ref<Reader> reader = Reader::create(source, Encoding::utf16Le, nullptr);
+    if (!reader) return false;
+    const auto handler =
+        makeRef<RegFileImportHandler>(hive, Util::regPathToWindowsStyle(prefix), errorPrinter, verbose);
+    const Ref<CharReader> charReader = CharReader::create(reader, 0);
+    if (!charReader) return false;
+    handler->setSource(charReader);
+    const u32 result = IniParser::parse(charReader, handler, IniParser::registryText);
+    if (counts) *counts = handler->counts();
+    if (result == IniParser::parsed) return true;
+    if (result == IniParser::unreadable) handler->reportLine("Failed to read the text");
+    if (result == IniParser::malformed) handler->reportLine("Line is neither a section nor a name and data");
+    const Ref<String> code = StrConv::str(result, 10);
+    return report(errorPrinter, Channel::regUtil, "Regfile import failed: ", code);
 }
 
 }  // namespace Libraries::Files::Hive

@@ -5,6 +5,14 @@
 
 namespace Libraries::Files::Hive {
 
+/// What an import did.
+struct ImportCounts {
+    u64 keysCreated = 0;
+    u64 keysDeleted = 0;
+    u64 valuesSet = 0;
+    u64 valuesDeleted = 0;
+};
+
 /// Exchange of key branches with registry export text ("Windows Registry Editor Version 5.00").
 class HIVE_API RegFileUtil {
  public:
@@ -27,6 +35,21 @@ class HIVE_API RegFileUtil {
     static bool exportRegFile(const Ref<Key>& key, const Ref<Interfaces::Stripe>& target,
                               const Ref<String>& prefix, ExportOptions options,
                               const Ref<CharPrinter>& errorPrinter, bool flag);
+
+    /// Applies the registry export text in the file at `path` to a hive: creates the keys of its sections, deletes those
+    /// of sections that begin with "-", sets and deletes values. Section names must begin with `prefix` (library
+    /// notation), which is dropped. Text in UTF-16LE, and with a byte-order mark in UTF-16BE and UTF-8, well-formed UTF-8
+    /// also without.
+    ///
+    /// False at the first line that cannot be applied, the reason, beginning "line N: ", as a line on `errorPrinter` or,
+    /// when that is null, in the log; what was applied up to there stays. With `verbose` each key created leaves a log
+    /// line. Nothing is flushed. `counts`, when given, tells what was done, on failure too.
+    static bool importRegFile(const Ref<RegistryHive>& hive, const Ref<String>& path, const Ref<String>& prefix,
+                              const Ref<CharPrinter>& errorPrinter, bool verbose, ImportCounts* counts = nullptr);
+    /// The same from a byte store.
+    static bool importRegFile(const Ref<RegistryHive>& hive, const Ref<Interfaces::Stripe>& source,
+                              const Ref<String>& prefix, const Ref<CharPrinter>& errorPrinter, bool verbose,
+                              ImportCounts* counts = nullptr);
 };
 
 }  // namespace Libraries::Files::Hive

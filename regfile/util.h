@@ -18,6 +18,14 @@ class HIVE_API Util {
     /// The key at a path (library notation) below `start`. Null on failure: 0x8445 null argument, 0x8446
     /// empty path (use "/" for the start key itself), 0x1003 a name on the path does not exist.
     static Ref<Key> openPath(const Ref<Key>& start, const Ref<String>& path);
+    /// The same, creating the keys that are missing. Errors: 0x8445, 0x8446 as above, 0x8443 a key could not
+    /// be looked up or created; of the keys created up to there some may stay.
+    static Ref<Key> openOrCreatePath(const Ref<Key>& start, const Ref<String>& path);
+
+    /// Deletes `key`, a subkey of `parent`, and everything below it. False at the first thing that cannot be
+    /// deleted; what was deleted up to there stays deleted. `deletedKeys`, when given, is raised by the
+    /// number of keys deleted.
+    static bool recursiveKeyDelete(const Ref<Key>& parent, const Ref<Key>& key, u64* deletedKeys = nullptr);
 };
 
 }  // namespace Libraries::Files::Hive

@@ -79,7 +79,7 @@ bool ValueObj::initDbList(const RecordView& cell, u32 dataCell) {
 }
 
 bool ValueObj::loadFragments(const Array<u32>& fragments) {
-    for (const u32 fragment : fragments) {
+    for (const u32& fragment : fragments) {
         const RecordView cell = _hive->cacheLoadRecord(fragment);
         const bool last = &fragment == &fragments.back();
         if (cell && (last || cell.usedSize() == hive_record_db::FRAGMENT_CELL_SIZE)) {

@@ -29,6 +29,10 @@ class PLATFORM_API CharReader final : public Object {
     /// Whether the stream failed (it set an error code), as opposed to having come to its end.
     bool failed() const { return _failed; }
 
+    /// The number of the line being read, from 1, as whoever splits the text into lines keeps it; 0 before the first.
+    u64 line() const { return _line; }
+    void setLine(u64 line) { _line = line; }
+
  private:
     template <typename T, typename... Args>
     friend Ref<T> makeRef(Args&&... args);
@@ -38,6 +42,7 @@ class PLATFORM_API CharReader final : public Object {
     Ref<Interfaces::Stream> _stream;
     u64 _capacity;
     u64 _position = 0;
+    u64 _line = 0;
     bool _failed = false;
     std::u16string _buffer;
 };

@@ -1,0 +1,199 @@
+#include "regfile/regfileimporthandler.h"
+
+#include "hive/hivelog.h"
+#include "platform/iochar/stringutil.h"
+#include "regfile/hexdata.h"
+#include "regfile/util.h"
+
+namespace Libraries::Files::Hive {
+
+RegFileImportHandler::RegFileImportHandler(Ref<RegistryHive> hive, const Ref<String>& prefix,
+                                           Ref<CharPrinter> errorPrinter, bool verbose)
+    : _hive(std::move(hive)),
+      _errorPrinter(std::move(errorPrinter)),
+      _prefix(prefix->isEmpty() ? prefix : prefix->concat(String::create(u"\\"))),
+      _verbose(verbose) {}
+
+bool RegFileImportHandler::begin(Ref<RefCount>) {
+    return true;
+}
+
+Ref<String> RegFileImportHandler::where() const {
+    if (!_source || _source->line() == 0) return String::create();
+    return String::from8("line " + StrConv::str(_source->line(), 10)->to8() + ": ");
+}
+
+/// Reports an error: on the printer as one line, else message and details as lines of the log. Returns false.
+bool RegFileImportHandler::fail(std::initializer_list<Piece> message, std::initializer_list<Piece> details) {
+    if (!_errorPrinter) {
+        if (!SysLogFilter::enabled(3, Channel::regImporter)) return false;  // nor then the details
+        Ref<String> text = where();
+        for (const Piece& piece : message) {
+            text = text->concat(String::from8(piece.text));
+            if (piece.subject) text = text->concat(piece.subject);
+        }
+        log(3, Channel::regImporter, text);
+        for (const Piece& piece : details) note(piece.text, piece.subject);
+        return false;
+    }
+    _errorPrinter->print(where());
+    const auto print = [this](const Piece& piece) {
+        _errorPrinter->print(piece.text);
+        if (piece.subject) _errorPrinter->print(piece.subject);
+    };
+    for (const Piece& piece : message) print(piece);
+    for (const Piece& piece : details) {
+        _errorPrinter->print(u" ");
+        print(piece);
+    }
+    _errorPrinter->endLine();
+    return false;
+}
+
+void RegFileImportHandler::note(const char* text, const Ref<String>& subject) const {
+    log(1, Channel::regImporter, text, subject);
+}
+
+bool RegFileImportHandler::failWithCode(const char* message, const Ref<String>& path) {
+    const Ref<String> code = String::create(u"0x")->concat(StrConv::str(Error::get(), 16));
+    return fail({{message, nullptr}}, {{"Path: ", path}, {"Error: ", code}});
+}
+
+bool RegFileImportHandler::line(Ref<String> text) {
+    if (_versionLine) return fail({{"Unexpected value: ", text}}, {});
+    _versionLine = text;
+    note("Reg file version: ", text);
+    return true;
+}
+
+bool RegFileImportHandler::section(Ref<String> name) {
+    if (!_versionLine) return fail({{"Invalid regfile, section before version string", nullptr}}, {});
+    const bool deletion = name->charAt(0) == u'-';
+    if (deletion) name = name->sub(1);
+    if (!StringUtil::startsWith(name, _prefix)) return failPrefix(name);
+    const Ref<String> path = name->sub(_prefix->length());
+    return deletion ? deleteSection(path) : enterSection(path);
+}
+
+bool RegFileImportHandler::failPrefix(const Ref<String>& name) {
+    if (_errorPrinter)
+        return fail({{"Prefix mismatch while importing reg file", nullptr}},
+                    {{"Key: ", name}, {"Prefix: ", _prefix}});
+    note("Key: ", name);
+    note("Prefix: ", _prefix);
+    return fail({{"Prefix mismatch", nullptr}}, {});
+}
+
+/// Makes the key at `path` current, creating what is missing. The key of the section before is held until the
+/// new one is reached: with it live all its ancestors, which most sections share, and with them their loaded
+/// lists.
+bool RegFileImportHandler::enterSection(const Ref<String>& path) {
+    Ref<Key> key = _hive->root();
+    if (!key) return fail({{"Failed to get root key", nullptr}}, {});
+    const auto names = StringUtil::split(path, u'\\');
+    for (const Ref<String>& name : *names) {
+        Ref<Key> child = key->key(name);
+        if (!child) {
+            if (_verbose) note("Create new key: ", path);
+            child = key->createKey(name);
+            if (!child) return failWithCode("Failed to create key: ", path);
+            ++_counts.keysCreated;
+        }
+        key = child;
+    }
+    _current = key;
+    return true;
+}
+
+/// Deletes the key at `path`, if it exists. No key is current afterwards, so that values below such a line
+/// are refused.
+bool RegFileImportHandler::deleteSection(const Ref<String>& path) {
+    Ref<Key> key = _hive->root();
+    if (!key) return fail({{"Failed to get root key", nullptr}}, {});
+    _current = nullptr;
+    Ref<Key> parent;
+    const auto names = StringUtil::split(path, u'\\');
+    for (const Ref<String>& name : *names) {
+        parent = key;
+        key = parent->key(name);
+        if (!key) return true;
+    }
+    if (!Util::recursiveKeyDelete(parent, key, &_counts.keysDeleted))
+        return failWithCode("Failed to delete key: ", path);
+    return true;
+}
+
+bool RegFileImportHandler::value(Ref<String> name, Ref<String> data) {
+    const std::u16string_view text = name->view();
+    if (text.starts_with(u'@'))
+        name = String::create();
+    else if (text.size() >= 3 && text.starts_with(u'"') && text.ends_with(u'"'))
+        name = name->sub(1, text.size() - 2);
+    else
+        return fail({{"Unexpected value: ", name}}, {{"data: ", data}});
+    if (!_current) return fail({{"Invalid regfile, first value before first key", nullptr}}, {});
+    if (data->isEmpty()) return fail({{"Found empty value in regfile, name = ", name}}, {});
+    if (data->equal(u"-")) {
+        if (const Ref<Value> old = _current->value(name)) _counts.valuesDeleted += _current->deleteValue(old);
+        return true;
+    }
+    if (data->startsWith(u"\"")) return setString(name, data);
+    if (data->startsWith(u"dword:")) return setDword(name, data);
+    if (data->startsWith(u"hex")) return setBinary(name, data);
+    return fail({{"Invalid value: ", name}}, {{"data: ", data}});
+}
+
+/// The value of that name and type, reused or made; null with the reason reported.
+Ref<Value> RegFileImportHandler::valueToSet(const Ref<String>& name, Value::ValueType type) {
+    assertCondition(bool(_current), "_current != 0",
+                    "Libraries::Files::Hive::RegFileImportHandler::getValue");
+    if (const Ref<Value> old = _current->value(name)) {
+        if (old->type() == type) return old;
+        if (!_current->deleteValue(old)) {
+            fail({{"Failed to remove old value: ", name}}, {});
+            return nullptr;
+        }
+    }
+    Ref<Value> created = _current->createValue(name, type);
+    // The misspelling is what scripts that read import messages look for.
+    if (!created) fail({{"Failed to craete value: ", name}, {" of type: ", StrConv::str(type, 10)}}, {});
+    return created;
+}
+
+bool RegFileImportHandler::setString(const Ref<String>& name, const Ref<String>& data) {
+    if (data->length() < 2 || data->charAt(data->length() - 1) != u'"')
+        return fail({{"Invalid string value: ", name}}, {{"data: ", data}});
+    const Ref<Value> value = valueToSet(name, Value::valueString);
+    if (!value) return false;
+    // Taken as it stands, backslashes and quotes included: that is how export text is written.
+    if (!value->setString(data->sub(1, data->length() - 2)))
+        return fail({{"Failed to set string value: ", name}}, {});
+    ++_counts.valuesSet;
+    return true;
+}
+
+bool RegFileImportHandler::setDword(const Ref<String>& name, const Ref<String>& data) {
+    u64 number = 0;
+    if (!StrConv::num(data->sub(6), number, 16))
+        return fail({{"Invalid dword value: ", name}}, {{"data: ", data}});
+    const Ref<Value> value = valueToSet(name, Value::valueDword);
+    if (!value) return false;
+    if (!value->setNumber(number)) return fail({{"Failed to set dword value: ", name}}, {});
+    ++_counts.valuesSet;
+    return true;
+}
+
+bool RegFileImportHandler::setBinary(const Ref<String>& name, const Ref<String>& data) {
+    HexData parsed;
+    if (!parseHexData(data->view(), parsed)) return fail({{"Invalid hex value: ", name}}, {{"data: ", data}});
+    const Ref<Value> value = valueToSet(name, static_cast<Value::ValueType>(parsed.type));
+    if (!value) return false;
+    const auto size = static_cast<u32>(parsed.bytes.size());
+    if (value->size(size) != size) return fail({{"Failed to resize value: ", name}}, {});
+    if (value->write(ShPtr(parsed.bytes.data()), 0, size) != size)
+        return fail({{"Failed to write data of value: ", name}}, {});
+    ++_counts.valuesSet;
+    return true;
+}
+
+}  // namespace Libraries::Files::Hive

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "hive/base.h"
+#include "platform/interfaces/iniparserinterface.h"
+#include "platform/iochar/charprinter.h"
+#include "platform/iochar/charreader.h"
+#include "regfile/regfileutil.h"
+
+namespace Libraries::Files::Hive {
+
+/// Applies registry export text to a hive, event by event. A failing callback stops the import where it is.
+class RegFileImportHandler final : public Interfaces::IniParserInterface, public Object {
+ public:
+    /// `prefix` in export notation, without its last separator. `errorPrinter` may be null: errors then go to
+    /// the log.
+    RegFileImportHandler(Ref<RegistryHive> hive, const Ref<String>& prefix, Ref<CharPrinter> errorPrinter,
+                         bool verbose);
+
+    /// Whose line number stands before messages.
+    void setSource(Ref<CharReader> source) { _source = std::move(source); }
+    const ImportCounts& counts() const { return _counts; }
+    /// Reports an error at the current line by the handler's rule; returns false.
+    bool reportLine(const char* message) { return fail({{message, nullptr}}, {}); }
+
+    bool begin(Ref<RefCount> source) override;
+    bool section(Ref<String> name) override;
+    bool line(Ref<String> text) override;
+    bool value(Ref<String> name, Ref<String> data) override;
+    bool end() override { return true; }
+
+ private:
+    /// A piece of a message: fixed text, then what it is about (may be null).
+    struct Piece {
+        const char* text;
+        Ref<String> subject;
+    };
+    bool fail(std::initializer_list<Piece> message, std::initializer_list<Piece> details);
+    bool failWithCode(const char* message, const Ref<String>& path);
+    bool failPrefix(const Ref<String>& name);
+    void note(const char* text, const Ref<String>& subject) const;
+    Ref<String> where() const;
+
+    bool enterSection(const Ref<String>& path);
+    bool deleteSection(const Ref<String>& path);
+    bool setString(const Ref<String>& name, const Ref<String>& data);
+    bool setDword(const Ref<String>& name, const Ref<String>& data);
+    bool setBinary(const Ref<String>& name, const Ref<String>& data);
+    Ref<Value> valueToSet(const Ref<String>& name, Value::ValueType type);
+
+    const Ref<RegistryHive> _hive;
+    const Ref<CharPrinter> _errorPrinter;
+    Ref<Key> _current;  // the key that value lines apply to
+    Ref<String> _prefix;
+    Ref<String> _versionLine;  // null until it has come
+    const bool _verbose;
+    Ref<CharReader> _source;
+    ImportCounts _counts;
+};
+
+}  // namespace Libraries::Files::Hive
