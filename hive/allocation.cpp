@@ -53,8 +53,7 @@ u32 RegistryHiveObj::appendHbin(u32 length) {
     if (newSize + HIVE_HEADER_SIZE > UINT32_MAX || !growFile(static_cast<u32>(newSize)))
         return INVALID_RECORD;
     _hbins.append({oldSize, static_cast<u32>(hbinSize)});
-    _file->seek(0);
-    if (_file->write(ShPtr(&_header), HIVE_HEADER_SIZE) != HIVE_HEADER_SIZE) {
+    if (_file->seek(0) != 0 || _file->write(ShPtr(&_header), HIVE_HEADER_SIZE) != HIVE_HEADER_SIZE) {
         log(4, Channel::hive, "Failed to write header on resize");
         return INVALID_RECORD;
     }

@@ -126,6 +126,8 @@ bool KeyObj::move(Ref<Value> value, Ref<String> newName) {
     }
     const u32 record = moved->setName(newName);
     if (record == 0 || record == INVALID_RECORD) return false;
+    for (ValueEntry& entry : oldKey->_values)  // should the move fail below, the old entry has another name
+        if (entry.value.refersTo(moved.get())) entry.nameKnown = false;
     // Linked first: within one key the value's first entry is then the old one, so that it ends up last.
     if (!linkValue(moved) || !oldKey->unlinkValue(moved)) return false;
     moved->setParent(Ref<KeyObj>(this));

@@ -9,9 +9,12 @@ class KeyIteratorObj;
 class ValueIteratorObj;
 class ValueObj;
 
-/// One value in a key's value list: its vk record and the object last built for it.
+/// One value in a key's value list: its vk record and the object last built for it. Once its name was looked
+/// at, the name's hash stays behind, so that a search by name opens only likely matches.
 struct ValueEntry {
     u32 record;
+    u32 nameHash = 0;  // of the upper-case form
+    bool nameKnown = false;
     WeakRef<ValueObj> value;
 };
 
@@ -127,6 +130,7 @@ class HIVE_API KeyObj final : public Key, public Object {
     bool loadTwoLevel(const RecordView& record);
     u16 loadList(const RecordView& record, KeyListType type, u32 start, Array<SubkeyEntry>& entries) const;
 
+    bool mayBeNamed(u32 index, u32 nameHash) const;
     bool rewriteValueList(u32 removed);
     bool syncValueList(u32 cell);
 

@@ -15,6 +15,12 @@ u32 valueListSize(u32 values) {
     return values * OFFSET_ENTRY_SIZE + static_cast<u32>(sizeof(hive_record));
 }
 
+u32 upperHash(const Ref<String>& name) {
+    u32 hash = 2166136261;
+    for (const char16_t unit : name->view()) hash = (hash ^ String::upperUnit(unit)) * 16777619;
+    return hash;
+}
+
 }  // namespace
 
 bool KeyObj::initValues() {
@@ -31,7 +37,7 @@ bool KeyObj::initValues() {
     _values.clear();
     _values.reserve(_numOfValues);
     for (u32 i = 0; i < _numOfValues; ++i)
-        _values.push_back({record.u32At(sizeof(hive_record) + u64{i} * OFFSET_ENTRY_SIZE), {}});
+        _values.push_back({record.u32At(sizeof(hive_record) + u64{i} * OFFSET_ENTRY_SIZE), 0, false, {}});
     return true;
 }
 
@@ -60,7 +66,9 @@ Ref<Value> KeyObj::value(Ref<String> name) {
         return nullptr;
     }
     const MonGuard guard(_hive->mon());
+    const u32 nameHash = upperHash(name);
     for (u32 i = 0; i < _numOfValues; ++i) {
+        if (!mayBeNamed(i, nameHash)) continue;
         const Ref<ValueObj> candidate = value(i);
         if (!candidate || !candidate->valid()) {
             log(3, Channel::hive, "Failed to get value with index: ", i);
@@ -68,7 +76,10 @@ Ref<Value> KeyObj::value(Ref<String> name) {
             continue;
         }
         const Ref<String> candidateName = candidate->name();
-        if (candidateName && candidateName->equalUpper(name)) return candidate;
+        if (!candidateName) continue;
+        _values[i].nameHash = upperHash(candidateName);
+        _values[i].nameKnown = true;
+        if (candidateName->equalUpper(name)) return candidate;
     }
     Error::set(ErrorCode::noSuchValue);
     return nullptr;
@@ -90,6 +101,11 @@ Ref<Value> KeyObj::createValue(Ref<String> name, Value::ValueType type) {
     return created;
 }
 
+/// Whether a value has to be opened to tell if its name is the one searched for.
+bool KeyObj::mayBeNamed(u32 index, u32 nameHash) const {
+    return _values.size() != _numOfValues || !_values[index].nameKnown || _values[index].nameHash == nameHash;
+}
+
 bool KeyObj::deleteValue(Ref<Value> value) {
     if (!canChange()) return false;
     const MonGuard guard(_hive->mon());
@@ -109,7 +125,7 @@ bool KeyObj::linkValue(const Ref<ValueObj>& value) {
     const u32 entry = HostToL32(value->recordOfs());
     if (!_hive->writeRecord(cell, &entry, valueListSize(count), sizeof(entry))) return false;
     _numOfValues += 1;
-    _values.push_back({value->recordOfs(), WeakRef<ValueObj>(value)});
+    _values.push_back({value->recordOfs(), 0, false, WeakRef<ValueObj>(value)});
     if (!syncValueList(cell)) return false;
     for (const auto& weak : _valueIterators)
         if (const Ref<ValueIteratorObj> iterator = weak.lock()) iterator->insertedAt(count);

@@ -46,6 +46,10 @@ void SysLogStream::redirect(Ref<CharPrinter> printer) {
 }
 
 void LogLine::write() {
+    // Names come from files nobody should trust: they must not drive a terminal, nor fake a line of their
+    // own.
+    for (char16_t& unit : _text)
+        if (unit < 0x20 || (unit >= 0x7F && unit < 0xA0)) unit = u'\uFFFD';
     // A line that cannot be printed must not hide the error it reports.
     const u32 error = Error::get();
     LogTarget& log = target();
