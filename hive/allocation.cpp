@@ -10,7 +10,7 @@ constexpr u32 MAX_CELL_SIZE = 0x7FFFFFF8;
 
 /// A requested cell size rounded up to the alignment; 0 stays 0.
 u32 aligned(u32 size) {
-    return ((size - 1) & ~(hive_hbin::RECORD_ALIGNMENT - 1)) + hive_hbin::RECORD_ALIGNMENT;
+    return static_cast<u32>(alignedLength(size));
 }
 
 }  // namespace
@@ -47,6 +47,8 @@ u32 RegistryHiveObj::allocateRecord(u32 size, u32* allocatedSize) {
 /// before a failure stay done.
 u32 RegistryHiveObj::appendHbin(u32 length) {
     const u32 oldSize = hbinsSize();
+    if (_hbins.end() != oldSize)
+        return INVALID_RECORD;  // a damaged base block: the hbin would not join the others
     const u64 hbinSize =
         ((u64{length} + sizeof(hive_hbin) - 1) / HBIN_READ_BUFFER_SIZE + 1) * HBIN_READ_BUFFER_SIZE;
     const u64 newSize = oldSize + hbinSize;
@@ -109,14 +111,22 @@ bool RegistryHiveObj::initRecord(u32 offset, u32 size) {
     const u32 behind = getFreeSpaceBehindRecord(offset, true);
     if (!writeCellSize(hbinIdx, offset, -static_cast<s32>(size))) {
         log(3, Channel::hive, "Failed to write record while initializing, record=", offset);
-        return false;
+        return restoreCellSize(hbinIdx, offset, static_cast<s32>(length));
     }
     if (size != length && !writeCellSize(hbinIdx, offset + size, static_cast<s32>(length - size + behind))) {
         log(3, Channel::hive, "Failed to write free record while initializing, record=", offset);
-        return false;
+        return restoreCellSize(hbinIdx, offset, static_cast<s32>(length));
     }
     updateFreeSpace(hbinIdx);
     return true;
+}
+
+/// Undoes a change of a cell that failed halfway, and returns false: a failed write has changed the cache
+/// already, whose cells must go on to tile the hbin. Any free cells behind stay good as they are.
+bool RegistryHiveObj::restoreCellSize(u32 hbinIdx, u32 offset, s32 size) {
+    writeCellSize(hbinIdx, offset, size);
+    updateFreeSpace(hbinIdx);
+    return false;
 }
 
 u32 RegistryHiveObj::getFreeSpaceBehindRecord(u32 offset, bool expectUnused) {
@@ -132,9 +142,9 @@ u32 RegistryHiveObj::getFreeSpaceBehindRecord(u32 offset, bool expectUnused) {
         const auto size = static_cast<s32>(record.u32At(position - inHbin));
         if (size < 0) return total;
         if (size == 0 || position + static_cast<u32>(size) > hbin.size ||
-            size % hive_hbin::RECORD_ALIGNMENT) {
+            static_cast<u32>(size) % hive_hbin::RECORD_ALIGNMENT) {
             log(3, Channel::hive, "Invalid unused record after record: ", offset);
-            log(3, Channel::hive, "next_size: ", size);
+            log(1, Channel::hive, "next_size: ", size);
             return 0;
         }
         total += static_cast<u32>(size);
@@ -148,7 +158,7 @@ bool RegistryHiveObj::updateFreeSpace(u32 hbinIdx) {
     if (refuseUnsafe("updateFreeSpace")) return false;
     if (!assertCondition(hbinIdx < _hbins.size(), "hbin_idx < _hbins.size()", function)) return false;
     const u64 place = cacheLoadHbin(hbinIdx);
-    if (place > UINT32_MAX) return false;
+    if (place == NO_POSITION) return false;
     const u32 hbinOffset = _hbins[hbinIdx].offset;
     const u32 hbinSize = _hbins[hbinIdx].size;
     const RecordView hbin = _cache.view(static_cast<u32>(place));
@@ -163,7 +173,7 @@ bool RegistryHiveObj::updateFreeSpace(u32 hbinIdx) {
         const u32 record = hbinOffset + static_cast<u32>(position);
         if (length < sizeof(hive_record) || length % hive_hbin::RECORD_ALIGNMENT) {
             log(3, Channel::hive, "Invalid record size: ", length);
-            log(3, Channel::hive, "record: ", record);
+            log(1, Channel::hive, "record: ", record);
             break;
         }
         if (size > 0 && length > largest) {
@@ -201,15 +211,17 @@ u32 RegistryHiveObj::resizeRecord(u32 offset, u32 size, bool copyData, u32* allo
     const u32 available = current + behind;
     assertCondition(available % hive_hbin::RECORD_ALIGNMENT == 0,
                     "(recordSize + freeBehind) % hive_hbin::RECORD_ALIGNMENT == 0", function);
-    if (wanted == 0) return freeRecord(hbinIdx, offset, available) ? 0 : INVALID_RECORD;
+    if (wanted == 0) return freeRecord(hbinIdx, offset, current, available) ? 0 : INVALID_RECORD;
     if (available >= wanted) {
-        if (!writeCellSize(hbinIdx, offset, -static_cast<s32>(wanted))) {
-            log(3, Channel::hive, "Failed to write record while resizing, record=", offset);
-            return INVALID_RECORD;
-        }
-        if (available > wanted &&
-            !writeCellSize(hbinIdx, offset + wanted, static_cast<s32>(available - wanted))) {
-            log(3, Channel::hive, "Failed to write free record while resizing, record=", offset);
+        const char* failure = nullptr;
+        if (!writeCellSize(hbinIdx, offset, -static_cast<s32>(wanted)))
+            failure = "Failed to write record while resizing, record=";
+        else if (available > wanted &&
+                 !writeCellSize(hbinIdx, offset + wanted, static_cast<s32>(available - wanted)))
+            failure = "Failed to write free record while resizing, record=";
+        if (failure) {
+            log(3, Channel::hive, failure, offset);
+            restoreCellSize(hbinIdx, offset, -static_cast<s32>(current));
             return INVALID_RECORD;
         }
         updateFreeSpace(hbinIdx);
@@ -217,15 +229,16 @@ u32 RegistryHiveObj::resizeRecord(u32 offset, u32 size, bool copyData, u32* allo
     }
     const u32 moved = moveRecord(offset, current, wanted, copyData);
     if (moved == INVALID_RECORD) return INVALID_RECORD;
-    if (!freeRecord(hbinIdx, offset, available)) {
+    if (!freeRecord(hbinIdx, offset, current, available)) {
         log(3, Channel::hive, "Failed to write free record while resizing (re-allocate), record=", offset);
         return INVALID_RECORD;
     }
     return moved;
 }
 
-bool RegistryHiveObj::freeRecord(u32 hbinIdx, u32 offset, u32 length) {
-    if (!writeCellSize(hbinIdx, offset, static_cast<s32>(length))) return false;
+bool RegistryHiveObj::freeRecord(u32 hbinIdx, u32 offset, u32 current, u32 available) {
+    if (!writeCellSize(hbinIdx, offset, static_cast<s32>(available)))
+        return restoreCellSize(hbinIdx, offset, -static_cast<s32>(current));
     updateFreeSpace(hbinIdx);
     return true;
 }

@@ -51,4 +51,10 @@ constexpr u32 nullArgument = Platform::Error::nullArgument;
 constexpr u32 wrongArgument = Platform::Error::wrongArgument;
 constexpr u32 wrongElementSize = Platform::Error::notSupported;
 
+/// Sets an error code; false, for the caller to return in turn.
+inline bool fail(u32 code) {
+    Platform::Error::set(code);
+    return false;
+}
+
 }  // namespace Libraries::Files::Hive::ErrorCode

@@ -20,6 +20,10 @@ constexpr u32 HIVE_HEADER_SIZE = 4096;
 constexpr u32 HBIN_READ_BUFFER_SIZE = 4096;
 /// First size of the hbin cache in bytes.
 constexpr u32 INITIAL_CACHE_SIZE = 1048576;
+/// Length of a cell's head, its size field: where the body begins.
+constexpr u32 RECORD_HEAD_SIZE = 4;
+/// The longest name the 16-bit name length fields of keys and values can tell.
+constexpr u64 MAX_STORED_NAME = 0xFFFF;
 /// Stands for no hbin.
 constexpr u32 INVALID_HBIN = 0xFFFFFFFF;
 /// Stands for no record, in the file and as a failure result.
@@ -60,11 +64,18 @@ struct hive_hbin {
 };
 static_assert(sizeof(hive_hbin) == 32);
 
+/// A cell length rounded up to the alignment: what the cell takes of its hbin.
+constexpr u64 alignedLength(u64 length) {
+    return (length + hive_hbin::RECORD_ALIGNMENT - 1) / hive_hbin::RECORD_ALIGNMENT *
+           hive_hbin::RECORD_ALIGNMENT;
+}
+
 /// Head of every cell: negative in use, positive free, never 0; the absolute value is the length, this field
 /// included.
 struct hive_record {
     s32 size;
 };
+static_assert(sizeof(hive_record) == RECORD_HEAD_SIZE);
 
 /// A key. The name follows.
 struct hive_record_nk {

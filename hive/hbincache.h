@@ -6,6 +6,9 @@
 
 namespace Libraries::Files::Hive {
 
+/// Stands for no position in the cache memory.
+constexpr u64 NO_POSITION = ~u64{0};
+
 /// One hbin in the cache.
 struct CachedHbin {
     u32 hbinIdx;   // index in the hbin table

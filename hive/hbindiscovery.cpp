@@ -10,15 +10,16 @@ constexpr u32 PIECE = HBIN_READ_BUFFER_SIZE;
 u32 RegistryHiveObj::hbinFromOffset(u32 offset) {
     constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::hbinFromOffset";
     if (!_cache.mapped()) return INVALID_HBIN;
-    if (!(_mode & modeUnsafe)) {
-        const u64 end = u64{offset} + HIVE_HEADER_SIZE + sizeof(hive_record);
-        if (end > UINT32_MAX || end >= _file->elementCount() ||
-            u64{offset} + sizeof(hive_record) >= hbinsSize())
-            return INVALID_HBIN;
-    }
-    if (_hbins.empty() || offset > _hbins.end()) return discoverHbins(offset);
+    const u64 end = u64{offset} + HIVE_HEADER_SIZE + RECORD_HEAD_SIZE;
+    const bool checked = !(_mode & modeUnsafe);
+    if (checked && (end > UINT32_MAX || u64{offset} + RECORD_HEAD_SIZE >= hbinsSize())) return INVALID_HBIN;
+    const bool known = !_hbins.empty() && offset <= _hbins.end();
+    const u32 found = known ? _hbins.find(offset) : _hbins.size();
+    // The file may have shrunk under us; only what is cached does without it.
+    const bool cached = found < _hbins.size() && _hbins[found].cacheSlot != INVALID_HBIN;
+    if (checked && !cached && end >= _file->elementCount()) return INVALID_HBIN;
+    if (!known) return discoverHbins(offset);
 
-    const u32 found = _hbins.find(offset);
     if (!assertCondition(found < _hbins.size(), "ele != _hbins.end()", function)) return INVALID_HBIN;
     const HbinDescriptor& ele = _hbins[found];
     // Fails for an offset right at an hbin's end, where no cell can be; the record access then finds none.
@@ -107,7 +108,7 @@ bool RegistryHiveObj::scanFreeCells(u32 buffer, HbinDescriptor& hbin) {
         const u32 length = cell.absoluteSize();
         if (length < sizeof(hive_record)) {
             log(3, Channel::hive, "record with invalid size: ", length);
-            log(3, Channel::hive, "record offset: ", record);
+            log(1, Channel::hive, "record offset: ", record);
             return false;
         }
         if (length > end - next) {
@@ -118,8 +119,7 @@ bool RegistryHiveObj::scanFreeCells(u32 buffer, HbinDescriptor& hbin) {
             hbin.largestFree = length;
             hbin.largestFreeRecord = record;
         }
-        next += (u64{length} + hive_hbin::RECORD_ALIGNMENT - 1) / hive_hbin::RECORD_ALIGNMENT *
-                hive_hbin::RECORD_ALIGNMENT;
+        next += alignedLength(length);
     }
     return true;
 }

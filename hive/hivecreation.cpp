@@ -31,8 +31,7 @@ constexpr u8 DESCRIPTOR[] = {
 static_assert(sizeof(DESCRIPTOR) == 100);
 
 u32 cellLength(const RecordBuilder& record) {
-    constexpr u32 alignment = hive_hbin::RECORD_ALIGNMENT;
-    return (record.recordSize() + alignment - 1) / alignment * alignment;
+    return static_cast<u32>(alignedLength(record.recordSize()));
 }
 
 /// Puts a used cell into the image; returns where the next one begins.
@@ -126,7 +125,8 @@ Ref<HiveFile> HiveFile::create(Ref<Interfaces::Stripe> stripe, u32 minorVersion,
                                HiveCodepage codepage, Ref<String> fileName) {
     if (!stripe) return refuse(ErrorCode::nullArgument);
     if (stripe->elementSize() != 1) return refuse(ErrorCode::wrongElementSize);
-    if ((minorVersion != 3 && minorVersion != 5) || stripe->elementCount() != 0 || (mode & modeReadOnly))
+    if ((minorVersion != 3 && minorVersion != 5) || stripe->elementCount() != 0 ||
+        (mode & (modeReadOnly | modeUnsafe)))
         return refuse(ErrorCode::wrongArgument);
     const Array<u8> image = buildImage(minorVersion, fileName);
     if (stripe->setElementCount(image.size()) != image.size() || stripe->seek(0) != 0 ||

@@ -62,13 +62,13 @@ class HIVE_API HiveFile : public virtual RegistryHive {
     /// addition the file service's codes (0x20000 plus errno).
     static Ref<HiveFile> open(Ref<String> path, u32 mode, HiveCodepage codepage);
 
-    /// Lays out a new, empty hive of version 1.`minorVersion` (3 or 5) in an empty byte store and opens it: base block, one
-    /// hbin, a root key, and one security record that gives Administrators and SYSTEM full control. `fileName` (may be
-    /// null) goes into the base block's file name field, its last 31 characters. Null on failure: 0x8445 null stripe,
-    /// 0x8446 another version, a stripe that is not empty or a read-only mode, 0x10002 element size other than 1, 0x1002
-    /// the store cannot hold it; and the codes of `open`.
-    static Ref<HiveFile> create(Ref<Interfaces::Stripe> stripe, u32 minorVersion, u32 mode, HiveCodepage codepage,
-                                Ref<String> fileName);
+    /// Lays out a new, empty hive of version 1.`minorVersion` (3 or 5) in an empty byte store and opens it:
+    /// base block, one hbin, a root key, and one security record that gives Administrators and SYSTEM full
+    /// control. `fileName` (may be null) goes into the base block's file name field, its last 31 characters.
+    /// Null on failure: 0x8445 null stripe, 0x8446 another version, a stripe that is not empty or a read-only
+    /// mode, 0x10002 element size other than 1, 0x1002 the store cannot hold it; and the codes of `open`.
+    static Ref<HiveFile> create(Ref<Interfaces::Stripe> stripe, u32 minorVersion, u32 mode,
+                                HiveCodepage codepage, Ref<String> fileName);
 
     virtual HiveCodepage codepage() const = 0;
     /// The hive's lock, re-entrant. Hold it to make several operations one step for other threads.

@@ -96,10 +96,16 @@ Ref<String> regNameToString(const u8* bytes, u32 length, HiveFile::HiveCodepage 
     return String::create(units);
 }
 
-Ref<String> utf16NameToString(const u8* bytes, u32 length) {
-    std::u16string units(length / 2, u'\0');
-    for (u32 i = 0; i < length / 2; ++i)
-        units[i] = static_cast<char16_t>(bytes[2 * i] | static_cast<u32>(bytes[2 * i + 1]) << 8);
+Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool compressed,
+                       HiveFile::HiveCodepage codepage) {
+    if (compressed) {
+        Array<u8> bytes(length);
+        record.copy(bytes.data(), offset, length);
+        return regNameToString(bytes.data(), length, codepage);
+    }
+    std::u16string units(length / 2U, u'\0');
+    for (u32 i = 0; i < units.size(); ++i)
+        units[i] = static_cast<char16_t>(record.u16At(u64{offset} + 2 * i));
     return String::create(units);
 }
 

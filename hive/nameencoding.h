@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hive/hivefile.h"
+#include "hive/recordview.h"
 #include "platform/system/heap.h"
 
 /// Names are stored compressed, one byte a character in the hive's code page, or as UTF-16LE.
@@ -15,7 +16,9 @@ bool byteToChar(u8 byte, HiveFile::HiveCodepage codepage, u32& codePoint);
 HeapBuffer stringToBytes(const Ref<String>& text, HiveFile::HiveCodepage codepage);
 /// A stored 8-bit name as text; null when a byte has no character.
 Ref<String> regNameToString(const u8* bytes, u32 length, HiveFile::HiveCodepage codepage);
-/// A stored UTF-16LE name as text; an odd last byte is ignored.
-Ref<String> utf16NameToString(const u8* bytes, u32 length);
+/// The name of `length` bytes that stands in a record at `offset`, in the 8-bit form or as UTF-16LE (an odd
+/// last byte is ignored); null when a byte has no character.
+Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool compressed,
+                       HiveFile::HiveCodepage codepage);
 
 }  // namespace Libraries::Files::Hive

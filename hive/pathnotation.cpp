@@ -6,7 +6,7 @@ Ref<String> pathToWindowsStyle(const Ref<String>& path) {
     std::u16string out;
     bool escaped = false;
     bool pendingSeparator = false;
-    for (const char16_t unit : path->view()) {
+    for (const char16_t unit : path ? path->view() : u"") {
         if (unit == u'/' && !escaped) {
             pendingSeparator = true;
         } else if (unit == u'\\') {
@@ -23,7 +23,7 @@ Ref<String> pathToWindowsStyle(const Ref<String>& path) {
 Ref<String> pathFromWindowsStyle(const Ref<String>& path) {
     std::u16string out;
     bool pendingSeparator = false;
-    for (const char16_t unit : path->view()) {
+    for (const char16_t unit : path ? path->view() : u"") {
         if (unit == u'\\') {
             pendingSeparator = true;
             continue;

@@ -7,9 +7,11 @@
 /// "\/"; in export notation they are separated by '\', without any escape.
 namespace Libraries::Files::Hive {
 
-/// Library notation to export notation; surplus separators vanish. Never null.
+/// Library notation to export notation; surplus separators vanish. Null counts as empty; the result is never
+/// null.
 Ref<String> pathToWindowsStyle(const Ref<String>& path);
-/// Export notation to library notation; surplus separators vanish. Never null.
+/// Export notation to library notation; surplus separators vanish. Null counts as empty; the result is never
+/// null.
 Ref<String> pathFromWindowsStyle(const Ref<String>& path);
 
 }  // namespace Libraries::Files::Hive

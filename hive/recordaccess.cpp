@@ -5,8 +5,6 @@ namespace Libraries::Files::Hive {
 
 namespace {
 
-constexpr u64 NO_POSITION = ~u64{0};
-
 /// What must hold for a record offset before the cells of its hbin are looked at.
 bool checkRecordPlace(u32 hbinOffset, u32 hbinSize, u32 offset) {
     constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::isValidRecord";
@@ -137,7 +135,7 @@ u64 RegistryHiveObj::cacheLoadHbin(u32 hbinIdx) {
 
 u32 RegistryHiveObj::getFreeCacheChunk(u32 size) {
     constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::getFreeCacheChunk";
-    if (refuseUnsafe("getFreeCacheChunk")) return INVALID_RECORD;
+    if (refuseUnsafe("getFreeCacheChunk") || !_cache.mapped()) return INVALID_RECORD;
     assertCondition(_cache.used() <= _cache.size(), "sizecounter <= _cacheSize", function);
     if (size <= _cache.room()) return _cache.used();
     if (!internalFlush()) {

@@ -106,11 +106,15 @@ Ref<Key> RegistryHiveObj::root() {
 }
 
 Ref<KeyObj> RegistryHiveObj::rootObj() {
-    if (!_valid || !_cache.mapped()) {
+    if (!_valid) {
         Error::set(ErrorCode::badHive);
         return nullptr;
     }
     const MonGuard guard(_mon);
+    if (!_cache.mapped()) {
+        Error::set(ErrorCode::badHive);
+        return nullptr;
+    }
     if (Ref<KeyObj> live = _root.lock()) return live;
     auto root = makeRef<KeyObj>(Ref<RegistryHiveObj>(this), _rootCell, nullptr);
     if (!root->valid()) {
@@ -144,6 +148,7 @@ Ref<SecurityDescriptorIterator> RegistryHiveObj::securityDescriptorIterator() {
 }
 
 HiveHeader RegistryHiveObj::header() const {
+    const MonGuard guard(_mon);
     HiveHeader result;
     result.primarySequence = L32ToHost(_header.primarySequence);
     result.secondarySequence = L32ToHost(_header.secondarySequence);

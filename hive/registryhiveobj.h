@@ -86,6 +86,8 @@ class RegistryHiveObj final : public HiveFile, public Object {
     /// `keepIfLarger` leaves a record alone that is long enough. A `size` of 0 frees the record and returns
     /// 0.
     u32 resizeRecord(u32 offset, u32 size, bool copyData, u32* allocatedSize, bool keepIfLarger);
+    /// Frees the record at `offset`.
+    bool releaseRecord(u32 offset) { return resizeRecord(offset, 0, false, nullptr, false) == 0; }
     /// Makes the free cell at `offset` a used record of `size` bytes, a multiple of 8.
     bool initRecord(u32 offset, u32 size);
     /// Total length of the free cells directly behind a used (or free) record.
@@ -123,7 +125,8 @@ class RegistryHiveObj final : public HiveFile, public Object {
     u32 appendHbin(u32 length);
     bool growFile(u32 newSize);
     bool writeHbinHead(u32 hbinIdx);
-    bool freeRecord(u32 hbinIdx, u32 offset, u32 length);
+    bool restoreCellSize(u32 hbinIdx, u32 offset, s32 size);
+    bool freeRecord(u32 hbinIdx, u32 offset, u32 current, u32 available);
     u32 moveRecord(u32 offset, u32 current, u32 wanted, bool copyData);
 
     Ref<Interfaces::Stripe> _file;

@@ -34,8 +34,7 @@ bool addCells(Window& window, u64 position, u64 end, HiveUsage& usage) {
         if (length < sizeof(hive_record) || length > end - position) return false;
         (cell.size() < 0 ? usage.usedCells : usage.freeCells) += 1;
         (cell.size() < 0 ? usage.usedBytes : usage.freeBytes) += length;
-        position += (u64{length} + hive_hbin::RECORD_ALIGNMENT - 1) / hive_hbin::RECORD_ALIGNMENT *
-                    hive_hbin::RECORD_ALIGNMENT;
+        position += alignedLength(length);
     }
     return true;
 }

@@ -36,7 +36,7 @@ bool RegistryHiveObj::writeHBIN(u32 hbinIdx, u32 offsetInHbin, const void* data,
                          "Libraries::Files::Hive::RegistryHiveObj::writeHBIN"))
         return false;
     const u64 position = cacheLoadHbin(hbinIdx);
-    if (position > UINT32_MAX) return false;
+    if (position == NO_POSITION) return false;
     CachedHbin& entry = _cache.entries()[_hbins[hbinIdx].cacheSlot];
     if (u64{offsetInHbin} + length > entry.size) return false;
     Mem::copy(_cache.at(entry.position + offsetInHbin), data, length);

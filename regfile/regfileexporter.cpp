@@ -11,6 +11,7 @@ namespace {
 constexpr u32 MAX_TEXT_LENGTH = 16777216;  // UTF-16 units of a string value written as text
 constexpr u64 BYTES_PER_LINE = 25;
 constexpr u64 FIRST_READ = 65536;
+constexpr auto TOO_MUCH = "More keys and values than the hive can hold: ";
 constexpr char16_t DIGITS[] = u"0123456789abcdef";
 
 Ref<String> joined(std::initializer_list<std::u16string_view> parts) {
@@ -27,73 +28,85 @@ RegFileExporter::RegFileExporter(Ref<CharPrinter> out, Ref<CharPrinter> errorPri
 
 bool RegFileExporter::recursiveExport(const Ref<Key>& key, const Ref<String>& path) {
     _budget.emplace(key);
-    return exportKey(key, path);
+    _path = path->view();
+    return exportKey(key);
 }
 
-/// The recursion ends with the hive's own limit on the depth of keys: a key below it has no name.
-bool RegFileExporter::exportKey(const Ref<Key>& key, const Ref<String>& path) {
+/// `_path` is the key's path up to its name, and is so again afterwards. The recursion ends with the hive's
+/// own limit on the depth of keys: a key below it has no name.
+bool RegFileExporter::exportKey(const Ref<Key>& key) {
     const Ref<String> name = key->name();
     if (!name)
-        return report(
-            _errorPrinter, Channel::regExporter,
-            _errorPrinter ? "Invalid name of a subkey, parent:" : "Invalid name of a subkey, parent: ", path);
-    const Ref<String> fullPath = path->concat(name);
+        return fail(_errorPrinter ? "Invalid name of a subkey, parent:"
+                                  : "Invalid name of a subkey, parent: ");
+    if (!_budget->takeData(name->length())) return fail(TOO_MUCH);
+    const u64 parentLength = _path.size();
+    _path += name->view();
     _out->print(u"[");
-    _out->print(fullPath);
+    _out->print(std::u16string_view(_path));
     _out->print(u"]");
     _out->endLine();
-    if (!exportValues(key, fullPath)) return false;
+    if (!exportValues(key)) return false;
     _out->endLine();
     if (!_out->good()) return false;  // told once, by whoever flushes the printer
+    if (!exportSubkeys(key)) return false;
+    _path.resize(parentLength);
+    return true;
+}
 
+bool RegFileExporter::exportSubkeys(const Ref<Key>& key) {
     const Ref<KeyIterator> subkeys = key->keyIterator();
-    const Ref<String> below = fullPath->concat(String::create(u"\\"));
+    const u64 length = _path.size();
     for (u32 left = subkeys ? subkeys->count() : 0; left > 0; --left) {
         const Ref<Key> subkey = subkeys->next();
-        if (!subkey)
-            return report(_errorPrinter, Channel::regExporter, "Failed to read the subkeys of: ", fullPath);
-        if (!_budget->takeEntry())
-            return report(_errorPrinter, Channel::regExporter,
-                          "More keys and values than the hive can hold: ", fullPath);
-        if (!exportKey(subkey, below)) return false;
+        // A list that cannot be read must not pass for an empty one: the text would look complete.
+        if (!subkey) return fail("Failed to read the subkeys of: ");
+        if (!_budget->takeEntry()) return fail(TOO_MUCH);
+        _path += u'\\';
+        if (!exportKey(subkey)) return false;
+        _path.resize(length);
     }
     return true;
 }
 
-bool RegFileExporter::exportValues(const Ref<Key>& key, const Ref<String>& fullPath) {
+bool RegFileExporter::exportValues(const Ref<Key>& key) {
     const Ref<ValueIterator> values = key->valueIterator();
     for (u32 left = values ? values->count() : 0; left > 0; --left) {
         const Ref<Value> value = values->next();
-        if (!value)
-            return report(_errorPrinter, Channel::regExporter, "Failed to read the values of: ", fullPath);
-        if (!_budget->takeEntry())
-            return report(_errorPrinter, Channel::regExporter,
-                          "More keys and values than the hive can hold: ", fullPath);
-        if (!exportValue(value, fullPath)) return false;
+        if (!value) return fail("Failed to read the values of: ");
+        if (!_budget->takeEntry()) return fail(TOO_MUCH);
+        const Ref<String> name = value->name();
+        if (!name)
+            return fail(_errorPrinter ? "Invalid name of a value. key: "
+                                      : "Invalid name of a value. parent: ");
+        if (!_budget->takeData(name->length())) return fail(TOO_MUCH);
+        // Quotes and backslashes in names and texts stand as they are: the text is read back by the same
+        // rule.
+        const Ref<String> label =
+            name->isEmpty() ? String::create(u"@=") : joined({u"\"", name->view(), u"\"="});
+        if ((_binaryOnly || !exportAsText(value, label)) && !exportAsBinary(value, label)) return false;
     }
     return true;
 }
 
-bool RegFileExporter::exportValue(const Ref<Value>& value, const Ref<String>& fullPath) {
+/// Reports an error about the key whose path `_path` is; returns false.
+bool RegFileExporter::fail(const char* message) const {
+    return report(_errorPrinter, Channel::regExporter, message, String::create(_path));
+}
+
+/// Where a value stands, for messages.
+Ref<String> RegFileExporter::placeOf(const Ref<Value>& value) const {
     const Ref<String> name = value->name();
-    if (!name)
-        return report(
-            _errorPrinter, Channel::regExporter,
-            _errorPrinter ? "Invalid name of a value. key: " : "Invalid name of a value. parent: ", fullPath);
-    // Quotes and backslashes in names and texts stand as they are: the text is read back by the same rule.
-    const Ref<String> label = name->isEmpty() ? String::create(u"@=") : joined({u"\"", name->view(), u"\"="});
-    const Ref<String> place = joined({fullPath->view(), u"/", name->view()});
-    return (!_binaryOnly && exportAsText(value, label, place)) || exportAsBinary(value, label, place);
+    return joined({_path, u"/", name ? name->view() : std::u16string_view()});
 }
 
 /// Writes a string or dword value in its readable form; false when it has none, so that the binary one must
 /// do.
-bool RegFileExporter::exportAsText(const Ref<Value>& value, const Ref<String>& label,
-                                   const Ref<String>& place) {
+bool RegFileExporter::exportAsText(const Ref<Value>& value, const Ref<String>& label) {
     if (value->type() == Value::valueString) {
         const Ref<String> text = value->string(MAX_TEXT_LENGTH);
         if (!text) {
-            reportFallback("string", place);
+            reportFallback("string", placeOf(value));
             return false;
         }
         _out->print(label);
@@ -106,7 +119,7 @@ bool RegFileExporter::exportAsText(const Ref<Value>& value, const Ref<String>& l
     if (value->type() != Value::valueDword) return false;
     const u64 number = value->number();
     if (number == ~u64{0}) {
-        reportFallback("dword", place);
+        reportFallback("dword", placeOf(value));
         return false;
     }
     const Ref<String> digits = StrConv::str(number, 16);
@@ -118,8 +131,7 @@ bool RegFileExporter::exportAsText(const Ref<Value>& value, const Ref<String>& l
     return true;
 }
 
-bool RegFileExporter::exportAsBinary(const Ref<Value>& value, const Ref<String>& label,
-                                     const Ref<String>& place) {
+bool RegFileExporter::exportAsBinary(const Ref<Value>& value, const Ref<String>& label) {
     _out->print(label);
     if (value->type() == Value::valueBinary && !_binaryOnly) {
         _out->print(u"hex:");
@@ -134,10 +146,11 @@ bool RegFileExporter::exportAsBinary(const Ref<Value>& value, const Ref<String>&
         assertCondition(data->elementSize() == 1, "bin->elementSize() == 1",
                         "Libraries::Files::Hive::RegFileExporter::recursiveExport", 169);
     if (!_budget->takeData(count))
-        return report(_errorPrinter, Channel::regExporter, "More data than the hive can hold: ", place);
+        return report(_errorPrinter, Channel::regExporter,
+                      "More data than the hive can hold: ", placeOf(value));
     Array<u8> bytes;
     if (!data || !readData(*data, count, bytes))
-        return report(_errorPrinter, Channel::regExporter, "Failed to read binary data of: ", place);
+        return report(_errorPrinter, Channel::regExporter, "Failed to read binary data of: ", placeOf(value));
     printBytes(bytes);
     _out->endLine();
     return true;

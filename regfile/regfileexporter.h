@@ -20,11 +20,13 @@ class RegFileExporter {
     bool flag() const { return _flag; }
 
  private:
-    bool exportKey(const Ref<Key>& key, const Ref<String>& path);
-    bool exportValues(const Ref<Key>& key, const Ref<String>& fullPath);
-    bool exportValue(const Ref<Value>& value, const Ref<String>& fullPath);
-    bool exportAsText(const Ref<Value>& value, const Ref<String>& label, const Ref<String>& place);
-    bool exportAsBinary(const Ref<Value>& value, const Ref<String>& label, const Ref<String>& place);
+    bool exportKey(const Ref<Key>& key);
+    bool exportSubkeys(const Ref<Key>& key);
+    bool exportValues(const Ref<Key>& key);
+    bool exportAsText(const Ref<Value>& value, const Ref<String>& label);
+    bool exportAsBinary(const Ref<Value>& value, const Ref<String>& label);
+    bool fail(const char* message) const;
+    Ref<String> placeOf(const Ref<Value>& value) const;
     bool readData(Interfaces::Stripe& data, u64 count, Array<u8>& bytes) const;
     void printBytes(const Array<u8>& bytes);
     void reportFallback(const char* kind, const Ref<String>& place);
@@ -34,6 +36,7 @@ class RegFileExporter {
     const bool _flag;
     const bool _binaryOnly;
     std::optional<WalkBudget> _budget;  // of the walk under way
+    std::u16string _path;               // of the key being written: one buffer, however deep the walk
 };
 
 }  // namespace Libraries::Files::Hive

@@ -23,28 +23,33 @@ Ref<String> RegFileImportHandler::where() const {
     return String::from8("line " + StrConv::str(_source->line(), 10)->to8() + ": ");
 }
 
+/// A piece as text: numbers as the log writes them, or for readers of the printer's line.
+Ref<String> RegFileImportHandler::textOf(const Piece& piece) const {
+    std::string text = piece.text;
+    if (piece.number) {
+        const std::string hexadecimal = StrConv::str(*piece.number, 16)->to8();
+        text += _errorPrinter ? "0x" + hexadecimal
+                              : hexadecimal + "h (" + StrConv::str(*piece.number, 10)->to8() + ")";
+    }
+    const Ref<String> head = String::from8(text);
+    return piece.subject ? head->concat(piece.subject) : head;
+}
+
 /// Reports an error: on the printer as one line, else message and details as lines of the log. Returns false.
 bool RegFileImportHandler::fail(std::initializer_list<Piece> message, std::initializer_list<Piece> details) {
+    if (!_errorPrinter && !SysLogFilter::enabled(3, Channel::regImporter))
+        return false;  // nor then the details
+    Ref<String> text = where();
+    for (const Piece& piece : message) text = text->concat(textOf(piece));
     if (!_errorPrinter) {
-        if (!SysLogFilter::enabled(3, Channel::regImporter)) return false;  // nor then the details
-        Ref<String> text = where();
-        for (const Piece& piece : message) {
-            text = text->concat(String::from8(piece.text));
-            if (piece.subject) text = text->concat(piece.subject);
-        }
         log(3, Channel::regImporter, text);
-        for (const Piece& piece : details) note(piece.text, piece.subject);
+        for (const Piece& piece : details) log(1, Channel::regImporter, textOf(piece));
         return false;
     }
-    _errorPrinter->print(where());
-    const auto print = [this](const Piece& piece) {
-        _errorPrinter->print(piece.text);
-        if (piece.subject) _errorPrinter->print(piece.subject);
-    };
-    for (const Piece& piece : message) print(piece);
+    _errorPrinter->print(text);
     for (const Piece& piece : details) {
         _errorPrinter->print(u" ");
-        print(piece);
+        _errorPrinter->print(textOf(piece));
     }
     _errorPrinter->endLine();
     return false;
@@ -55,8 +60,7 @@ void RegFileImportHandler::note(const char* text, const Ref<String>& subject) co
 }
 
 bool RegFileImportHandler::failWithCode(const char* message, const Ref<String>& path) {
-    const Ref<String> code = String::create(u"0x")->concat(StrConv::str(Error::get(), 16));
-    return fail({{message, nullptr}}, {{"Path: ", path}, {"Error: ", code}});
+    return fail({{message}}, {{"Path: ", path}, {"Error: ", nullptr, Error::get()}});
 }
 
 bool RegFileImportHandler::line(Ref<String> text) {
@@ -67,7 +71,7 @@ bool RegFileImportHandler::line(Ref<String> text) {
 }
 
 bool RegFileImportHandler::section(Ref<String> name) {
-    if (!_versionLine) return fail({{"Invalid regfile, section before version string", nullptr}}, {});
+    if (!_versionLine) return fail({{"Invalid regfile, section before version string"}}, {});
     const bool deletion = name->charAt(0) == u'-';
     if (deletion) name = name->sub(1);
     if (!StringUtil::startsWith(name, _prefix)) return failPrefix(name);
@@ -77,11 +81,10 @@ bool RegFileImportHandler::section(Ref<String> name) {
 
 bool RegFileImportHandler::failPrefix(const Ref<String>& name) {
     if (_errorPrinter)
-        return fail({{"Prefix mismatch while importing reg file", nullptr}},
-                    {{"Key: ", name}, {"Prefix: ", _prefix}});
+        return fail({{"Prefix mismatch while importing reg file"}}, {{"Key: ", name}, {"Prefix: ", _prefix}});
     note("Key: ", name);
     note("Prefix: ", _prefix);
-    return fail({{"Prefix mismatch", nullptr}}, {});
+    return fail({{"Prefix mismatch"}}, {});
 }
 
 /// Makes the key at `path` current, creating what is missing. The key of the section before is held until the
@@ -89,7 +92,7 @@ bool RegFileImportHandler::failPrefix(const Ref<String>& name) {
 /// lists.
 bool RegFileImportHandler::enterSection(const Ref<String>& path) {
     Ref<Key> key = _hive->root();
-    if (!key) return fail({{"Failed to get root key", nullptr}}, {});
+    if (!key) return fail({{"Failed to get root key"}}, {});
     const auto names = StringUtil::split(path, u'\\');
     for (const Ref<String>& name : *names) {
         Ref<Key> child = key->key(name);
@@ -109,7 +112,7 @@ bool RegFileImportHandler::enterSection(const Ref<String>& path) {
 /// are refused.
 bool RegFileImportHandler::deleteSection(const Ref<String>& path) {
     Ref<Key> key = _hive->root();
-    if (!key) return fail({{"Failed to get root key", nullptr}}, {});
+    if (!key) return fail({{"Failed to get root key"}}, {});
     _current = nullptr;
     Ref<Key> parent;
     const auto names = StringUtil::split(path, u'\\');
@@ -131,7 +134,7 @@ bool RegFileImportHandler::value(Ref<String> name, Ref<String> data) {
         name = name->sub(1, text.size() - 2);
     else
         return fail({{"Unexpected value: ", name}}, {{"data: ", data}});
-    if (!_current) return fail({{"Invalid regfile, first value before first key", nullptr}}, {});
+    if (!_current) return fail({{"Invalid regfile, first value before first key"}}, {});
     if (data->isEmpty()) return fail({{"Found empty value in regfile, name = ", name}}, {});
     if (data->equal(u"-")) {
         if (const Ref<Value> old = _current->value(name)) _counts.valuesDeleted += _current->deleteValue(old);
@@ -145,8 +148,9 @@ bool RegFileImportHandler::value(Ref<String> name, Ref<String> data) {
 
 /// The value of that name and type, reused or made; null with the reason reported.
 Ref<Value> RegFileImportHandler::valueToSet(const Ref<String>& name, Value::ValueType type) {
-    assertCondition(bool(_current), "_current != 0",
-                    "Libraries::Files::Hive::RegFileImportHandler::getValue");
+    if (!assertCondition(bool(_current), "_current != 0",
+                         "Libraries::Files::Hive::RegFileImportHandler::valueToSet"))
+        return nullptr;
     if (const Ref<Value> old = _current->value(name)) {
         if (old->type() == type) return old;
         if (!_current->deleteValue(old)) {
@@ -156,7 +160,7 @@ Ref<Value> RegFileImportHandler::valueToSet(const Ref<String>& name, Value::Valu
     }
     Ref<Value> created = _current->createValue(name, type);
     // The misspelling is what scripts that read import messages look for.
-    if (!created) fail({{"Failed to craete value: ", name}, {" of type: ", StrConv::str(type, 10)}}, {});
+    if (!created) fail({{"Failed to craete value: ", name}, {" of type: ", nullptr, type}}, {});
     return created;
 }
 

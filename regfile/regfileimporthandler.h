@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "hive/base.h"
 #include "platform/interfaces/iniparserinterface.h"
 #include "platform/iochar/charprinter.h"
@@ -20,7 +22,7 @@ class RegFileImportHandler final : public Interfaces::IniParserInterface, public
     void setSource(Ref<CharReader> source) { _source = std::move(source); }
     const ImportCounts& counts() const { return _counts; }
     /// Reports an error at the current line by the handler's rule; returns false.
-    bool reportLine(const char* message) { return fail({{message, nullptr}}, {}); }
+    bool reportLine(const char* message) { return fail({{message}}, {}); }
 
     bool begin(Ref<RefCount> source) override;
     bool section(Ref<String> name) override;
@@ -29,16 +31,18 @@ class RegFileImportHandler final : public Interfaces::IniParserInterface, public
     bool end() override { return true; }
 
  private:
-    /// A piece of a message: fixed text, then what it is about (may be null).
+    /// A piece of a message: fixed text, then what it is about.
     struct Piece {
         const char* text;
-        Ref<String> subject;
+        Ref<String> subject = nullptr;
+        std::optional<u64> number = std::nullopt;
     };
     bool fail(std::initializer_list<Piece> message, std::initializer_list<Piece> details);
     bool failWithCode(const char* message, const Ref<String>& path);
     bool failPrefix(const Ref<String>& name);
     void note(const char* text, const Ref<String>& subject) const;
     Ref<String> where() const;
+    Ref<String> textOf(const Piece& piece) const;
 
     bool enterSection(const Ref<String>& path);
     bool deleteSection(const Ref<String>& path);

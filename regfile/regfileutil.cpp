@@ -50,7 +50,7 @@ bool RegFileUtil::exportRegFile(const Ref<Key>& key, const Ref<Interfaces::Strip
     if (!key || !target || !prefix) return nullArgument();
     const bool append = (options & exportAppend) != 0;
     if (!prepareTarget(target, append))
-        return report(errorPrinter, Channel::regUtil, "Failed to truncate the target");
+        return report(errorPrinter, Channel::regUtil, "Failed to prepare the target");
     const Ref<Writer> writer = Writer::create(target, Encoding::utf16Le, !append, nullptr);
     if (!writer) return report(errorPrinter, Channel::regUtil, "Failed to create writer");
     const Ref<CharWriter> charWriter = CharWriter::create(writer, 0);
@@ -91,8 +91,10 @@ bool RegFileUtil::importRegFile(const Ref<RegistryHive>& hive, const Ref<Interfa
     if (result == IniParser::parsed) return true;
     if (result == IniParser::unreadable) handler->reportLine("Failed to read the text");
     if (result == IniParser::malformed) handler->reportLine("Line is neither a section nor a name and data");
-    const Ref<String> code = StrConv::str(result, 10);
-    return report(errorPrinter, Channel::regUtil, "Regfile import failed: ", code);
+    if (errorPrinter)
+        return report(errorPrinter, Channel::regUtil, "Regfile import failed: ", StrConv::str(result, 10));
+    log(3, Channel::regUtil, "Regfile import failed: ", result);
+    return false;
 }
 
 }  // namespace Libraries::Files::Hive

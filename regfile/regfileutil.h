@@ -36,16 +36,18 @@ class HIVE_API RegFileUtil {
                               const Ref<String>& prefix, ExportOptions options,
                               const Ref<CharPrinter>& errorPrinter, bool flag);
 
-    /// Applies the registry export text in the file at `path` to a hive: creates the keys of its sections, deletes those
-    /// of sections that begin with "-", sets and deletes values. Section names must begin with `prefix` (library
-    /// notation), which is dropped. Text in UTF-16LE, and with a byte-order mark in UTF-16BE and UTF-8, well-formed UTF-8
-    /// also without.
+    /// Applies the registry export text in the file at `path` to a hive: creates the keys of its sections,
+    /// deletes those of sections that begin with "-", sets and deletes values. Section names must begin with
+    /// `prefix` (library notation), which is dropped. Text in UTF-16LE, and with a byte-order mark in
+    /// UTF-16BE and UTF-8, well-formed UTF-8 also without.
     ///
-    /// False at the first line that cannot be applied, the reason, beginning "line N: ", as a line on `errorPrinter` or,
-    /// when that is null, in the log; what was applied up to there stays. With `verbose` each key created leaves a log
-    /// line. Nothing is flushed. `counts`, when given, tells what was done, on failure too.
-    static bool importRegFile(const Ref<RegistryHive>& hive, const Ref<String>& path, const Ref<String>& prefix,
-                              const Ref<CharPrinter>& errorPrinter, bool verbose, ImportCounts* counts = nullptr);
+    /// False at the first line that cannot be applied, the reason, beginning "line N: ", as a line on
+    /// `errorPrinter` or, when that is null, in the log; what was applied up to there stays. With `verbose`
+    /// each key created leaves a log line. Nothing is flushed. `counts`, when given, tells what was done, on
+    /// failure too.
+    static bool importRegFile(const Ref<RegistryHive>& hive, const Ref<String>& path,
+                              const Ref<String>& prefix, const Ref<CharPrinter>& errorPrinter, bool verbose,
+                              ImportCounts* counts = nullptr);
     /// The same from a byte store.
     static bool importRegFile(const Ref<RegistryHive>& hive, const Ref<Interfaces::Stripe>& source,
                               const Ref<String>& prefix, const Ref<CharPrinter>& errorPrinter, bool verbose,

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 #include "hive/base.h"
 
 namespace Libraries::Files::Hive {
@@ -25,7 +27,7 @@ class KeyIteratorObj final : public KeyIterator, public Object {
 
  private:
     const Ref<KeyObj> _key;
-    u32 _position = 0;
+    std::atomic<u32> _position{0};  // moved along by other threads too
 };
 
 }  // namespace Libraries::Files::Hive

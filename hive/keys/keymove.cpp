@@ -6,12 +6,6 @@
 
 namespace Libraries::Files::Hive {
 
-namespace {
-constexpr u32 NO_INDEX = 0xFFFFFFFF;
-constexpr u32 CELL_HEAD = sizeof(hive_record);
-constexpr u64 MAX_STORED_NAME = 0xFFFF;
-}  // namespace
-
 bool KeyObj::move(Ref<Key> key, Ref<String> newName) {
     if (!canChange()) return false;
     if (!newName) return fail(ErrorCode::nullArgument);
@@ -35,14 +29,15 @@ bool KeyObj::move(Ref<Key> key, Ref<String> newName) {
             " pos=", position);
         return false;
     }
+    // Before the removal, in the order the list changes: within one parent a later index would be off by one.
+    for (const auto& weak : _keyIterators)
+        if (const Ref<KeyIteratorObj> iterator = weak.lock()) iterator->insertedAt(position);
     const Ref<KeyObj> oldParent = moved->parent();
     if (!oldParent->unlinkKey(moved, oldParent.get() == this ? position : NO_INDEX)) {
         log(3, Channel::hive, "unlinkKey failed for move, movedRec=", record);
         return false;
     }
     moved->setParent(Ref<KeyObj>(this));
-    for (const auto& weak : _keyIterators)
-        if (const Ref<KeyIteratorObj> iterator = weak.lock()) iterator->insertedAt(position);
     return true;
 }
 
@@ -62,7 +57,20 @@ bool KeyObj::canReceive(const Ref<KeyObj>& moved) const {
         log(3, Channel::hive, "Nested move");
         return fail(ErrorCode::moveNested);
     }
-    return _depth < MAX_KEY_DEPTH || fail(ErrorCode::treeTooDeep);
+    // A branch that does not go deeper needs no look: it was read where it is.
+    u64 budget = _hive->hbinsSize() / sizeof(hive_record_nk);
+    return _depth < moved->_depth || moved->fitsInto(MAX_KEY_DEPTH - _depth, budget) ||
+           fail(ErrorCode::treeTooDeep);
+}
+
+/// Whether the key and all below it take at most `levels` levels. `budget` ends the walk where a damaged file
+/// names the same keys again and again.
+bool KeyObj::fitsInto(u32 levels, u64& budget) {
+    if (levels == 0 || budget-- == 0) return false;
+    for (u32 i = 0; i < _numOfKeys; ++i)
+        if (const Ref<KeyObj> child = key(i); child && child->valid() && !child->fitsInto(levels - 1, budget))
+            return false;
+    return true;
 }
 
 u32 KeyObj::setName(const Ref<String>& name, KeyListType listType, SubkeyHash& hash, u32 parentCell) {
@@ -91,10 +99,10 @@ u32 KeyObj::setName(const Ref<String>& name, KeyListType listType, SubkeyHash& h
     record.put(storedName.get(), nameLength);
     const u32 oldCell = _recordOfs;
     const u32 cell = _hive->resizeRecord(oldCell, record.recordSize(), false, nullptr, false);
-    if (cell == INVALID_RECORD || !_hive->writeRecord(cell, record.data(), CELL_HEAD, record.size()))
+    if (cell == INVALID_RECORD || !_hive->writeRecord(cell, record.data(), RECORD_HEAD_SIZE, record.size()))
         return INVALID_RECORD;
     _record = nk;
-    _name = name;
+    _name.set(name);
     _recordOfs = cell;
     if (cell != oldCell) updateParentOfSubkeys(oldCell);
     return cell;

@@ -57,24 +57,25 @@ bool KeyObj::loadRecord() {
 
 void KeyObj::readName(const RecordView& record, const hive_record_nk& nk) {
     if (!_parent) {
-        _name = String::create();  // the root key is nameless: paths begin below it, whatever its record says
+        // The root key is nameless: paths begin below it, whatever its record says.
+        _name.set(String::create());
         return;
     }
-    const u16 length = L16ToHost(nk.nameLength);
-    Array<u8> bytes(length);
-    record.copy(bytes.data(), sizeof(nk), length);
-    if (L16ToHost(nk.flags) & hive_record_nk::FLAG_COMPRESSED_NAME)
-        _name = regNameToString(bytes.data(), length, _codepage);
-    else
-        _name = utf16NameToString(bytes.data(), length);
-    if (!_name)
+    const bool compressed = (L16ToHost(nk.flags) & hive_record_nk::FLAG_COMPRESSED_NAME) != 0;
+    const Ref<String> name = decodeName(record, sizeof(nk), L16ToHost(nk.nameLength), compressed, _codepage);
+    _name.set(name);
+    if (!name)
         log(3, Channel::hive,
             "Name of key could not be converted from codepaged name to Ref<String>. key:", _recordOfs);
 }
 
 void KeyObj::setParent(Ref<KeyObj> parent) {
     _parent = std::move(parent);
+    const u32 oldDepth = _depth;
     _depth = _parent ? _parent->_depth + 1 : 0;
+    if (_depth == oldDepth) return;
+    for (u32 i = 0; i < _keyList.size(); ++i)
+        if (const Ref<KeyObj> live = _keyList.at(i).key.lock()) live->setParent(Ref<KeyObj>(this));
 }
 
 bool KeyObj::syncKeyRecord() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hive/keys/subkeylist.h"
+#include "hive/nameslot.h"
 #include "hive/registryhiveobj.h"
 
 namespace Libraries::Files::Hive {
@@ -8,6 +9,9 @@ namespace Libraries::Files::Hive {
 class KeyIteratorObj;
 class ValueIteratorObj;
 class ValueObj;
+
+/// Stands for no entry of a list.
+constexpr u32 NO_INDEX = 0xFFFFFFFF;
 
 /// One value in a key's value list: its vk record and the object last built for it. Once its name was looked
 /// at, the name's hash stays behind, so that a search by name opens only likely matches.
@@ -44,7 +48,7 @@ class HIVE_API KeyObj final : public Key, public Object {
     KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent);
     ~KeyObj() override;
 
-    Ref<String> name() override { return _valid ? _name : nullptr; }
+    Ref<String> name() override { return _valid ? _name.get() : nullptr; }
     Ref<Key> key(Ref<String> name) override;
     Ref<Key> createKey(Ref<String> name) override;
     bool deleteKey(Ref<Key> key) override;
@@ -150,6 +154,7 @@ class HIVE_API KeyObj final : public Key, public Object {
     u32 writeNewKey(const Ref<String>& name, SubkeyHash& hash);
     bool freeLists();
     bool canReceive(const Ref<KeyObj>& key) const;
+    bool fitsInto(u32 levels, u64& budget);
     void updateParentOfSubkeys(u32 oldCell);
 
     const Ref<RegistryHiveObj> _hive;
@@ -158,17 +163,17 @@ class HIVE_API KeyObj final : public Key, public Object {
     Array<WeakRef<ValueIteratorObj>> _valueIterators;
     SubkeyList _keyList;
     Array<ValueEntry> _values;
-    Ref<String> _name;
+    NameSlot _name;
     hive_record_nk _record{};  // in file byte order
     u32 _recordOfs;
-    u32 _numOfKeys = 0;
-    u32 _numOfValues = 0;
+    std::atomic<u32> _numOfKeys{0};  // these two and `_valid` are read without the lock
+    std::atomic<u32> _numOfValues{0};
     u32 _keyListCell = 0;    // top subkey list record, 0 when there is none
     u32 _valueListCell = 0;  // value list record, 0 when there is none
     u32 _depth;              // levels below the root
     const HiveFile::HiveCodepage _codepage;
     KeyListType _listType = keyListLH;
-    bool _valid = false;
+    std::atomic<bool> _valid{false};
     bool _twoLevelList = false;
     bool _subkeysLoaded = false;
     const bool _readOnly;

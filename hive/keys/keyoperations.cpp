@@ -5,12 +5,6 @@
 
 namespace Libraries::Files::Hive {
 
-namespace {
-constexpr u32 NO_INDEX = 0xFFFFFFFF;
-constexpr u32 CELL_HEAD = sizeof(hive_record);
-constexpr u64 MAX_STORED_NAME = 0xFFFF;  // what the name length field can tell
-}  // namespace
-
 Ref<Key> KeyObj::createKey(Ref<String> name) {
     const auto refuse = [](u32 errorCode) {
         Error::set(errorCode);
@@ -69,7 +63,7 @@ u32 KeyObj::writeNewKey(const Ref<String>& name, SubkeyHash& hash) {
     record.putLayout(nk);
     record.put(storedName.get(), nameLength);
     const u32 cell = _hive->allocateRecord(record.recordSize(), nullptr);
-    if (cell == INVALID_RECORD || !_hive->writeRecord(cell, record.data(), CELL_HEAD, record.size()))
+    if (cell == INVALID_RECORD || !_hive->writeRecord(cell, record.data(), RECORD_HEAD_SIZE, record.size()))
         return INVALID_RECORD;
     return cell;
 }

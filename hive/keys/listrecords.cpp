@@ -6,8 +6,6 @@ namespace Libraries::Files::Hive {
 
 namespace {
 
-constexpr u32 CELL_HEAD = sizeof(hive_record);
-
 const char* signatureOf(KeyListType type) {
     switch (type) {
         case keyListLF:
@@ -49,7 +47,7 @@ u32 KeyObj::writeKeyListRecord(u32 cell, u32 first, u16 count, u32 minSize) {
             _recordOfs);
         return INVALID_RECORD;
     }
-    if (!_hive->writeRecord(place, record.data(), CELL_HEAD, record.size())) {
+    if (!_hive->writeRecord(place, record.data(), RECORD_HEAD_SIZE, record.size())) {
         log(3, Channel::hive, "Failed to write record to write key list. key record = ", _recordOfs);
         return INVALID_RECORD;
     }
@@ -97,7 +95,7 @@ bool KeyObj::createEmptyKeyList() {
     RecordBuilder head;
     head.putSignature(signatureOf(_hive->versionMinor() == 3 ? keyListLF : keyListLH));
     head.put16(0);
-    if (!_hive->writeRecord(cell, head.data(), CELL_HEAD, head.size())) {
+    if (!_hive->writeRecord(cell, head.data(), RECORD_HEAD_SIZE, head.size())) {
         log(3, Channel::hive, "Failed to write new, empty subkey list record for key: ", _recordOfs,
             "list record: ", cell);
         return false;
@@ -141,7 +139,7 @@ bool KeyObj::addSecTreeLevel() {
     head.put16(1);
     head.put32(_keyListCell);
     const u32 cell = _hive->allocateRecord(NEW_RI_ALLOCATE_SIZE, nullptr);
-    if (cell == INVALID_RECORD || !_hive->writeRecord(cell, head.data(), CELL_HEAD, head.size()))
+    if (cell == INVALID_RECORD || !_hive->writeRecord(cell, head.data(), RECORD_HEAD_SIZE, head.size()))
         return false;
     _twoLevelList = true;
     setTopList(cell);
@@ -200,7 +198,7 @@ bool KeyObj::syncRIList() {
         log(3, Channel::hive, "Failed resize ri list, key =", _recordOfs);
         return false;
     }
-    if (!_hive->writeRecord(cell, record.data(), CELL_HEAD, record.size())) {
+    if (!_hive->writeRecord(cell, record.data(), RECORD_HEAD_SIZE, record.size())) {
         log(3, Channel::hive, "Failed update ri list, key =", _recordOfs);
         return false;
     }

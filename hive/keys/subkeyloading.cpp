@@ -95,8 +95,8 @@ bool KeyObj::loadTwoLevel(const RecordView& record) {
         offsets[i] = record.u32At(sizeof(hive_record_list) + u64{i} * OFFSET_ENTRY_SIZE);
     _twoLevelList = true;
     const KeyListType type = _hive->versionMinor() == 3 ? keyListLI : keyListLH;
-    // Sublists named again and again must not add up to more entries than the file has room for.
-    const bool possible = _numOfKeys <= _hive->hbinsSize() / OFFSET_ENTRY_SIZE;
+    // Sublists named again and again must not add up to more subkeys than the file has room for.
+    const bool possible = _numOfKeys <= _hive->hbinsSize() / (sizeof(hive_record_nk) + OFFSET_ENTRY_SIZE);
     if (!possible) offsets.clear();
     for (const u32 offset : offsets) {
         const RecordView sublist = _hive->cacheLoadRecord(offset);
@@ -135,7 +135,7 @@ u16 KeyObj::loadList(const RecordView& record, KeyListType type, u32 start,
     }
     if (u64{start} + count > _numOfKeys) {
         log(3, Channel::hive, kind.tooMany, "record = ", _recordOfs, "num of items = ", count,
-            "offset = ", start, "_numOfKeys = ", _numOfKeys);
+            "offset = ", start, "_numOfKeys = ", _numOfKeys.load());
         return 0;
     }
     entries.reserve(count);

@@ -3,18 +3,12 @@
 
 namespace Libraries::Files::Hive {
 
-namespace {
-constexpr u32 NO_INDEX = 0xFFFFFFFF;
-}  // namespace
-
 Ref<KeyObj> KeyObj::key(u32 index) {
-    if (!_valid || index >= _numOfKeys) return nullptr;
     const MonGuard guard(_hive->mon());
-    if (!initSubkeys()) return nullptr;
-    if (!assertCondition(_keyList.size() == _numOfKeys, "_keyList.size() == _numOfKeys",
-                         "Libraries::Files::Hive::KeyObj::key") &&
-        index >= _keyList.size())
-        return nullptr;
+    if (!_valid || index >= _numOfKeys || !initSubkeys()) return nullptr;
+    assertCondition(_keyList.size() == _numOfKeys, "_keyList.size() == _numOfKeys",
+                    "Libraries::Files::Hive::KeyObj::key");
+    if (index >= _keyList.size()) return nullptr;
     SubkeyEntry& entry = _keyList.at(index);
     if (Ref<KeyObj> live = entry.key.lock()) return live;
     auto built = makeRef<KeyObj>(_hive, entry.record, Ref<KeyObj>(this));
@@ -26,12 +20,12 @@ Ref<KeyObj> KeyObj::key(u32 index) {
 }
 
 Ref<Key> KeyObj::key(Ref<String> name) {
+    const MonGuard guard(_hive->mon());
     if (!_valid) return nullptr;
     if (!name) {
         Error::set(ErrorCode::nullArgument);
         return nullptr;
     }
-    const MonGuard guard(_hive->mon());
     return binaryFindKey(name, nullptr);
 }
 

@@ -6,8 +6,6 @@ namespace Libraries::Files::Hive {
 
 namespace {
 
-constexpr u32 NO_INDEX = 0xFFFFFFFF;
-
 /// The entries a list record of a type takes; 0 for a type there is none of.
 u32 capacityOf(KeyListType type) {
     switch (type) {
@@ -72,7 +70,7 @@ bool KeyObj::insertKey(u32 position, u32 nkOffset, SubkeyHash hash, const Ref<Ke
     if (position - list.start > list.entries.size()) {
         log(3, Channel::hive, "Invalid position for key, exceeds ond of list", "list=", j,
             "list size=", list.entries.size(), "pos=", position, "cur=", list.start,
-            "_numOfKeys=", _numOfKeys);
+            "_numOfKeys=", _numOfKeys.load());
         return false;
     }
     _keyList.insert(j, position, SubkeyEntry{nkOffset, hash, key ? WeakRef<KeyObj>(key) : WeakRef<KeyObj>()});

@@ -42,13 +42,11 @@ bool KeyObj::initValues() {
 }
 
 Ref<ValueObj> KeyObj::value(u32 index) {
-    if (!_valid || index >= _numOfValues) return nullptr;
     const MonGuard guard(_hive->mon());
-    if (!initValues()) return nullptr;
-    if (!assertCondition(_values.size() == _numOfValues, "_values.size() == _numOfValues",
-                         "Libraries::Files::Hive::KeyObj::value") &&
-        index >= _values.size())
-        return nullptr;
+    if (!_valid || index >= _numOfValues || !initValues()) return nullptr;
+    assertCondition(_values.size() == _numOfValues, "_values.size() == _numOfValues",
+                    "Libraries::Files::Hive::KeyObj::value");
+    if (index >= _values.size()) return nullptr;
     ValueEntry& entry = _values[index];
     if (Ref<ValueObj> live = entry.value.lock()) return live;
     auto built = makeRef<ValueObj>(_hive, entry.record, Ref<KeyObj>(this));
@@ -60,12 +58,12 @@ Ref<ValueObj> KeyObj::value(u32 index) {
 }
 
 Ref<Value> KeyObj::value(Ref<String> name) {
+    const MonGuard guard(_hive->mon());
     if (!_valid) return nullptr;
     if (!name) {
         Error::set(ErrorCode::nullArgument);
         return nullptr;
     }
-    const MonGuard guard(_hive->mon());
     const u32 nameHash = upperHash(name);
     for (u32 i = 0; i < _numOfValues; ++i) {
         if (!mayBeNamed(i, nameHash)) continue;
@@ -86,12 +84,12 @@ Ref<Value> KeyObj::value(Ref<String> name) {
 }
 
 Ref<Value> KeyObj::createValue(Ref<String> name, Value::ValueType type) {
+    const MonGuard guard(_hive->mon());
     if (!canChange()) return nullptr;
     if (!name) {
         Error::set(ErrorCode::nullArgument);
         return nullptr;
     }
-    const MonGuard guard(_hive->mon());
     if (value(name)) {
         Error::set(ErrorCode::valueExists);
         return nullptr;
@@ -107,8 +105,8 @@ bool KeyObj::mayBeNamed(u32 index, u32 nameHash) const {
 }
 
 bool KeyObj::deleteValue(Ref<Value> value) {
-    if (!canChange()) return false;
     const MonGuard guard(_hive->mon());
+    if (!canChange()) return false;
     const Ref<ValueObj> own = refCast<ValueObj>(value);
     if (!own) return fail(ErrorCode::wrongArgument);
     return unlinkValue(own) && own->selfDelete();
@@ -165,8 +163,6 @@ bool KeyObj::rewriteValueList(u32 removed) {
 
 /// Brings the nk record in step with the value list; `cell` is its value list field.
 bool KeyObj::syncValueList(u32 cell) {
-    assertCondition(_values.size() == _numOfValues, "_values.size() == _numOfValues",
-                    "Libraries::Files::Hive::KeyObj::syncValueList");
     _record.numOfValues = HostToL32(_numOfValues);
     _record.valueList = HostToL32(cell);
     return syncKeyRecord();

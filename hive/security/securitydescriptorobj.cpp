@@ -18,21 +18,20 @@ u64 neededSize(const RecordView& record) {
 
 Ref<SecurityDescriptorObj> SecurityDescriptorObj::create(const Ref<RegistryHiveObj>& hive, u32 cell) {
     const RecordView record = hive->cacheLoadRecord(cell);
-    if (!record || record.size() >= 0 || !isSk(record) || record.usedSize() < sizeof(hive_record_sk) ||
-        neededSize(record) > record.usedSize())
+    if (!record || record.size() >= 0 || !isSk(record) || record.usedSize() < sizeof(hive_record_sk))
         return nullptr;
     return makeRef<SecurityDescriptorObj>(hive, cell);
 }
 
 /// The checks `get` and `set` share. Their assertion lines carry fixed numbers that log filters know.
 bool SecurityDescriptorObj::check(const RecordView& record, int firstLine, const char* function) const {
-    return assertCondition(bool(record), "rec != nullptr", function, firstLine) &&
+    return assertCondition(bool(record), "rec != nullptr", function, firstLine, Channel::security) &&
            assertCondition(isSk(record), "B16ToHost(rec->common.type) == hive_record_sk::SIGNATURE", function,
-                           firstLine + 1) &&
+                           firstLine + 1, Channel::security) &&
            assertCondition(record.size() < 0 && record.usedSize() >= sizeof(hive_record_sk),
                            "(-static_cast<s32>(L32ToHost(rec->common.size)) >= ((uword) "
                            "&(((hive_record_sk*)0)->descriptor)))",
-                           function, firstLine + 2) &&
+                           function, firstLine + 2, Channel::security) &&
            neededSize(record) <= record.usedSize();
 }
 

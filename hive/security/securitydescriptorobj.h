@@ -7,8 +7,8 @@ namespace Libraries::Files::Hive {
 /// One sk record.
 class SecurityDescriptorObj final : public SecurityDescriptor, public Object {
  public:
-    /// The object for the record at `cell`; null unless it is an allocated sk record that holds its
-    /// descriptor. REQUIRES the hive's monitor held.
+    /// The object for the record at `cell`; null unless it is an allocated sk record. REQUIRES the hive's
+    /// monitor held.
     static Ref<SecurityDescriptorObj> create(const Ref<RegistryHiveObj>& hive, u32 cell);
 
     Ref<TConstArray<unsigned char>> get() override;

@@ -7,13 +7,12 @@ namespace Libraries::Files::Hive {
 namespace {
 
 constexpr auto function = "Libraries::Files::Hive::ValueObj::resizeDbList";
-constexpr u32 CELL_HEAD = sizeof(hive_record);
 constexpr u32 FRAGMENT_DATA = hive_record_vk::V1_5_MAX_DATA_WITHOUT_DB;
 /// What is asked of the allocator for a fragment, whatever it will hold.
-constexpr u32 FRAGMENT_REQUEST = FRAGMENT_DATA + CELL_HEAD;
+constexpr u32 FRAGMENT_REQUEST = FRAGMENT_DATA + RECORD_HEAD_SIZE;
 
 u32 fragmentListSize(u64 fragments) {
-    return static_cast<u32>(fragments * OFFSET_ENTRY_SIZE) + CELL_HEAD;
+    return static_cast<u32>(fragments * OFFSET_ENTRY_SIZE) + RECORD_HEAD_SIZE;
 }
 
 }  // namespace
@@ -26,17 +25,21 @@ u32 ValueObj::resizeDbList(u32 newSize) {
     const u32 oldSize = _dataSize;
     const bool existing = !_dataResident && usesDbList();
     if (existing && !initExtents()) return resizeFailed("Failed to initExtents() during resize of db list");
-    const bool listChanged = !existing || _extents.size() != fragments;
-    if (const char* failure = existing ? resizeFragments(fragments) : makeDbList(fragments))
-        return resizeFailed(failure);
+    const bool listChanged = !existing || _dbListStale || _extents.size() != fragments;
+    if (listChanged) _dbListStale = true;
+    if (const char* failure = existing ? resizeFragments(fragments) : makeDbList(fragments)) {
+        log(3, Channel::hive, failure);
+        return _dataSize;
+    }
     _dataSize = newSize;
     _recordData.dataSize = HostToL32(newSize);
     _dataResident = false;
     if (listChanged) {
         if (const char* failure = writeDbList()) {
-            resizeFailed(failure);
+            log(3, Channel::hive, failure);
             return oldSize;  // the caller's only sign that the list on disk is not the one in memory
         }
+        _dbListStale = false;
     }
     if (!updateVkRecord()) return resizeFailed("Failed to update vk record for resize to db list. record: ");
     return _dataSize;
@@ -45,10 +48,8 @@ u32 ValueObj::resizeDbList(u32 newSize) {
 /// Frees or appends fragments at the end of the list; the others stay as they are, a short last one included.
 /// Returns the message of a failure, or null.
 const char* ValueObj::resizeFragments(u16 fragments) {
-    while (_extents.size() > fragments) {
-        freeCell(_extents.back());
-        _extents.pop_back();
-    }
+    for (u64 i = fragments; i < _extents.size(); ++i) _hive->releaseRecord(_extents[i]);
+    if (_extents.size() > fragments) _extents.resize(fragments);
     while (_extents.size() < fragments) {
         const u32 fragment = _hive->allocateRecord(FRAGMENT_REQUEST, nullptr);
         if (fragment == INVALID_RECORD)
@@ -77,7 +78,7 @@ const char* ValueObj::makeDbList(u16 fragments) {
     Array<u8> data(_dataSize);
     if (!readAll(data.data(), _dataSize))
         return "Failed to read old data during resize to db list (from single or resident)";
-    if (!_hive->writeRecord(extents[0], data.data(), CELL_HEAD, _dataSize))
+    if (!_hive->writeRecord(extents[0], data.data(), RECORD_HEAD_SIZE, _dataSize))
         return "Failed to restore old data during resize to db list (from single or resident)";
     freeAllExtents();
     _extents = std::move(extents);
@@ -93,13 +94,13 @@ const char* ValueObj::writeDbList() {
     _dbListDataRecord = list;
     RecordBuilder offsets;
     for (const u32 extent : _extents) offsets.put32(extent);
-    if (!_hive->writeRecord(list, offsets.data(), CELL_HEAD, offsets.size()))
+    if (!_hive->writeRecord(list, offsets.data(), RECORD_HEAD_SIZE, offsets.size()))
         return "Failed to write fragment list during resize of db list";
     RecordBuilder db;
     db.putSignature(hive_record_db::SIGNATURE);
     db.put16(static_cast<u16>(_extents.size()));
     db.put32(list);
-    if (!_hive->writeRecord(L32ToHost(_recordData.data_or_offset), db.data(), CELL_HEAD, db.size()))
+    if (!_hive->writeRecord(L32ToHost(_recordData.data_or_offset), db.data(), RECORD_HEAD_SIZE, db.size()))
         return "Failed to write db record during resize of db list";
     return nullptr;
 }

@@ -9,11 +9,6 @@ namespace {
 
 constexpr auto function = "Libraries::Files::Hive::ValueObj::initExtents";
 
-bool inconsistent() {
-    Error::set(ErrorCode::inconsistentData);
-    return false;
-}
-
 void assertUsed(const RecordView& cell) {
     assertCondition(cell.size() <= 0, "-static_cast<s32>(L32ToHost(hr->data.size)) >= 0", function);
 }
@@ -35,8 +30,9 @@ bool ValueObj::initExtents() {
 bool ValueObj::initSingleExtent(const RecordView& cell, u32 dataCell) {
     if (cell.usedSize() < u64{_dataSize} + sizeof(hive_record)) {
         log(4, Channel::hive, "Size of data element is smaller than size value in vk record",
-            "size in vk: ", _dataSize, "size of data element: ", cell.usedSize(), "data_cell: ", dataCell);
-        return inconsistent();
+            "size in vk: ", _dataSize.load(), "size of data element: ", cell.usedSize(),
+            "data_cell: ", dataCell);
+        return ErrorCode::fail(ErrorCode::inconsistentData);
     }
     _extents.push_back(dataCell);
     return true;
@@ -45,21 +41,21 @@ bool ValueObj::initSingleExtent(const RecordView& cell, u32 dataCell) {
 bool ValueObj::initDbList(const RecordView& cell, u32 dataCell) {
     if (cell.usedSize() < sizeof(hive_record_db)) {
         log(4, Channel::hive, "Size too small for db record: ", cell.usedSize(), "data_cell: ", dataCell);
-        return inconsistent();
+        return ErrorCode::fail(ErrorCode::inconsistentData);
     }
     if (cell.signature() != hive_record_db::SIGNATURE) {
         log(4, Channel::hive, "Invalid record type: Expected db, is: ", cell.signature(),
             "data_cell: ", dataCell);
-        return inconsistent();
+        return ErrorCode::fail(ErrorCode::inconsistentData);
     }
     const auto db = cell.as<hive_record_db>();
     const u32 count = L16ToHost(db.fragments);
     const u32 listCell = L32ToHost(db.fragmentList);
     if (count * hive_record_vk::V1_5_MAX_DATA_WITHOUT_DB < _dataSize) {
         log(4, Channel::hive, "Size of all fragments smaller than length of data",
-            "length of data: ", _dataSize, "num of fragments: ", count, "data_cell: ", dataCell,
+            "length of data: ", _dataSize.load(), "num of fragments: ", count, "data_cell: ", dataCell,
             "fragment_list: ", listCell);
-        return inconsistent();
+        return ErrorCode::fail(ErrorCode::inconsistentData);
     }
     _dbListDataRecord = listCell;
     const RecordView list = _hive->cacheLoadRecord(listCell);
@@ -70,7 +66,7 @@ bool ValueObj::initDbList(const RecordView& cell, u32 dataCell) {
         log(4, Channel::hive, "Size of fragment list is smaller than size of expected entries",
             "minimum expected size: ", needed, "size of list: ", list.usedSize(), "data_cell: ", dataCell,
             "fragment_list: ", listCell);
-        return inconsistent();
+        return ErrorCode::fail(ErrorCode::inconsistentData);
     }
     Array<u32> fragments(count);
     for (u32 i = 0; i < count; ++i)

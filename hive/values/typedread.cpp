@@ -7,10 +7,6 @@ namespace Libraries::Files::Hive {
 
 namespace {
 
-void fail(u32 errorCode) {
-    Error::set(errorCode);
-}
-
 constexpr u64 NO_NUMBER = ~u64{0};
 
 }  // namespace
@@ -28,6 +24,7 @@ bool ValueObj::readUnits(u32 units, std::u16string& text) {
     const u32 got = read(ShPtr(data.data()), 0, static_cast<u32>(data.size()));
     if (got != bytes) {
         log(3, Channel::hive, "Wrong read result when reading string, record =", _recordOfs);
+        if (_type == valueStrings) return false;
         log(1, Channel::hive, "string length (bytes):", bytes);
         log(1, Channel::hive, "read result:", got);
         return false;
@@ -38,15 +35,15 @@ bool ValueObj::readUnits(u32 units, std::u16string& text) {
 }
 
 Ref<String> ValueObj::string(u32 maxLength) {
+    const MonGuard guard(_hive->mon());
     std::u16string text;
     if (!_valid || (_type != valueString && _type != valueExpandString)) {
-        fail(_valid ? ErrorCode::wrongType : ErrorCode::invalidObject);
+        ErrorCode::fail(_valid ? ErrorCode::wrongType : ErrorCode::invalidObject);
         return nullptr;
     }
-    const MonGuard guard(_hive->mon());
     const u32 units = _dataSize / 2;
     if (units > maxLength || (units == 0 && _dataSize == 1)) {
-        fail(units > maxLength ? ErrorCode::tooLong : ErrorCode::oneByteString);
+        ErrorCode::fail(units > maxLength ? ErrorCode::tooLong : ErrorCode::oneByteString);
         return nullptr;
     }
     if (units == 0) return String::create();
@@ -56,15 +53,15 @@ Ref<String> ValueObj::string(u32 maxLength) {
 }
 
 Ref<TVector<Ref<String>>> ValueObj::strings(u32 maxLength) {
+    const MonGuard guard(_hive->mon());
     if (!_valid || _type != valueStrings) {
-        fail(_valid ? ErrorCode::wrongType : ErrorCode::invalidObject);
+        ErrorCode::fail(_valid ? ErrorCode::wrongType : ErrorCode::invalidObject);
         return nullptr;
     }
-    const MonGuard guard(_hive->mon());
     const u32 units = _dataSize / 2;
     std::u16string text;
     if (units > maxLength) {
-        fail(ErrorCode::tooLong);
+        ErrorCode::fail(ErrorCode::tooLong);
         return nullptr;
     }
     if (!readUnits(units, text)) return nullptr;
@@ -80,19 +77,19 @@ Ref<TVector<Ref<String>>> ValueObj::strings(u32 maxLength) {
         start = i + 1;
     }
     log(3, Channel::hive, "String list not terminated!, record =", _recordOfs);
-    fail(ErrorCode::listNotTerminated);
+    ErrorCode::fail(ErrorCode::listNotTerminated);
     return nullptr;
 }
 
 u64 ValueObj::number() {
+    const MonGuard guard(_hive->mon());
     if (!_valid) {
-        fail(ErrorCode::invalidObject);
+        ErrorCode::fail(ErrorCode::invalidObject);
         return NO_NUMBER;
     }
-    const MonGuard guard(_hive->mon());
     const u32 bytes = datasizeFormType(_type);
     if (bytes == 0 || _dataSize != bytes) {
-        fail(bytes == 0 ? ErrorCode::wrongType : ErrorCode::wrongNumberLength);
+        ErrorCode::fail(bytes == 0 ? ErrorCode::wrongType : ErrorCode::wrongNumberLength);
         return NO_NUMBER;
     }
     u64 raw = 0;
@@ -101,7 +98,7 @@ u64 ValueObj::number() {
             bytes == sizeof(u64) ? "Wrong read result when reading u64 value, record ="
                                  : "Wrong read result when reading u32 value, record =",
             _recordOfs);
-        fail(ErrorCode::shortNumberRead);
+        ErrorCode::fail(ErrorCode::shortNumberRead);
         return NO_NUMBER;
     }
     Error::set(ErrorCode::none);  // a stored all-ones number is no failure
@@ -113,7 +110,7 @@ u64 ValueObj::number() {
 
 Ref<Interfaces::Stripe> ValueObj::binary() {
     if (!_valid) {
-        fail(ErrorCode::invalidObject);
+        ErrorCode::fail(ErrorCode::invalidObject);
         return nullptr;
     }
     return makeRef<StripeValue>(Ref<ValueObj>(this));

@@ -8,18 +8,13 @@ namespace {
 
 constexpr auto function = "Libraries::Files::Hive::ValueObj::setStrings";
 
-bool fail(u32 errorCode) {
-    Error::set(errorCode);
-    return false;
-}
-
 }  // namespace
 
 /// What every writer of typed data asks first, in this order; false with the error code set.
 bool ValueObj::canSet(bool typeSuits) const {
-    if (!_valid) return fail(ErrorCode::invalidObject);
-    if (_readOnly) return fail(ErrorCode::readOnly);
-    return typeSuits || fail(ErrorCode::wrongType);
+    if (!_valid) return ErrorCode::fail(ErrorCode::invalidObject);
+    if (_readOnly) return ErrorCode::fail(ErrorCode::readOnly);
+    return typeSuits || ErrorCode::fail(ErrorCode::wrongType);
 }
 
 /// Makes the data exactly these bytes. The messages are followed by the record offset.
@@ -30,17 +25,17 @@ bool ValueObj::replaceData(const void* data, u32 bytes, const char* resizeFailur
     }
     if (write(ShPtr::fromConst(data), 0, bytes) != bytes) {
         log(3, Channel::hive, writeFailure, _recordOfs);
-        return fail(ErrorCode::shortWrite);
+        return ErrorCode::fail(ErrorCode::shortWrite);
     }
     return true;
 }
 
 bool ValueObj::setString(Ref<String> text) {
-    if (!text) return fail(ErrorCode::nullArgument);
-    if (!canSet(_type == valueString || _type == valueExpandString)) return false;
     const MonGuard guard(_hive->mon());
+    if (!text) return ErrorCode::fail(ErrorCode::nullArgument);
+    if (!canSet(_type == valueString || _type == valueExpandString)) return false;
     const std::u16string_view units = text->view().substr(0, text->view().find(u'\0'));
-    if (units.size() >= UINT32_MAX / 2) return fail(ErrorCode::tooLong);
+    if (units.size() >= UINT32_MAX / 2) return ErrorCode::fail(ErrorCode::tooLong);
     RecordBuilder data;
     for (const char16_t unit : units) data.put16(unit);
     data.put16(0);
@@ -49,15 +44,15 @@ bool ValueObj::setString(Ref<String> text) {
 }
 
 bool ValueObj::setStrings(Ref<TVector<Ref<String>>> texts) {
-    if (!texts) return fail(ErrorCode::nullArgument);
-    if (!canSet(_type == valueStrings)) return false;
     const MonGuard guard(_hive->mon());
+    if (!texts) return ErrorCode::fail(ErrorCode::nullArgument);
+    if (!canSet(_type == valueStrings)) return false;
     u64 room = 1;  // units, were each character to take two
     for (const Ref<String>& text : *texts) {
-        if (!text) return fail(ErrorCode::nullArgument);
+        if (!text) return ErrorCode::fail(ErrorCode::nullArgument);
         room += 2 * text->length() + 1;
     }
-    if (room * 2 > UINT32_MAX) return fail(ErrorCode::tooLong);
+    if (room * 2 > UINT32_MAX) return ErrorCode::fail(ErrorCode::tooLong);
     RecordBuilder data;
     for (const Ref<String>& text : *texts) {
         for (const char16_t unit : text->view()) data.put16(unit);
@@ -70,12 +65,12 @@ bool ValueObj::setStrings(Ref<TVector<Ref<String>>> texts) {
 }
 
 bool ValueObj::setNumber(u64 number) {
+    const MonGuard guard(_hive->mon());
     const u32 bytes = datasizeFormType(_type);
     if (!canSet(bytes != 0)) return false;
-    const MonGuard guard(_hive->mon());
-    if (_dataSize != bytes) return fail(ErrorCode::wrongNumberLength);
+    if (_dataSize != bytes) return ErrorCode::fail(ErrorCode::wrongNumberLength);
     const bool wide = bytes == sizeof(u64);
-    if (!wide && number > UINT32_MAX) return fail(ErrorCode::numberTooLarge);
+    if (!wide && number > UINT32_MAX) return ErrorCode::fail(ErrorCode::numberTooLarge);
     const auto low = static_cast<u32>(number);
     const u64 wideField = HostToL64(number);
     const u32 field = _type == valueDwordBigEndian ? HostToB32(low) : HostToL32(low);
@@ -85,7 +80,7 @@ bool ValueObj::setNumber(u64 number) {
             wide ? "Wrong write result when writing u64 value, record ="
                  : "Wrong write result when writing u32 value, record =",
             _recordOfs);
-        return fail(ErrorCode::shortWrite);
+        return ErrorCode::fail(ErrorCode::shortWrite);
     }
     Error::set(ErrorCode::none);
     return true;

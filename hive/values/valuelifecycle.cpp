@@ -7,13 +7,6 @@ namespace Libraries::Files::Hive {
 
 namespace {
 
-constexpr u32 CELL_HEAD = sizeof(hive_record);
-/// What the name length field of the record can tell.
-constexpr u64 MAX_STORED_NAME = 0xFFFF;
-/// A renamed value asks for two bytes more than its record needs; cells of existing hives are laid out that
-/// way.
-constexpr u32 RENAME_SLACK = 2;
-
 /// A vk record's layout with the name's form filled in, and the name behind it.
 RecordBuilder buildRecord(hive_record_vk vk, const HeapBuffer& name, u64 nameLength, bool compressed) {
     const u16 otherFlags = L16ToHost(vk.flags) & static_cast<u16>(~hive_record_vk::FLAG_COMPRESSED_NAME);
@@ -53,7 +46,7 @@ Ref<ValueObj> ValueObj::createValue(const Ref<RegistryHiveObj>& hive, const Ref<
     if (cell == INVALID_RECORD) return nullptr;
     // A failed write shows in the next step: the cell then holds no vk record, or this one in memory at
     // least.
-    hive->writeRecord(cell, record.data(), CELL_HEAD, record.size());
+    hive->writeRecord(cell, record.data(), RECORD_HEAD_SIZE, record.size());
     auto value = makeRef<ValueObj>(hive, cell, parent);
     if (!value->valid()) {
         log(3, Channel::hive, "New initialized value is not valid, record =", cell);
@@ -68,16 +61,16 @@ Ref<ValueObj> ValueObj::createValue(const Ref<RegistryHiveObj>& hive, const Ref<
 }
 
 u32 ValueObj::setName(const Ref<String>& name) {
+    const MonGuard guard(_hive->mon());
     if (!_valid) {
         Error::set(ErrorCode::invalidObject);
         return INVALID_RECORD;
     }
-    const MonGuard guard(_hive->mon());
     if (name->length() > MAX_VALUE_NAME_LENGTH) {
         Error::set(ErrorCode::badValueName);
         return INVALID_RECORD;
     }
-    if (_name && _name->equal(name)) return _recordOfs;
+    if (const Ref<String> old = _name.get(); old && old->equal(name)) return _recordOfs;
     u64 nameLength = MAX_STORED_NAME;
     bool compressed = false;
     const HeapBuffer storedName = _hive->stringToRegName(name, nameLength, compressed);
@@ -86,15 +79,15 @@ u32 ValueObj::setName(const Ref<String>& name) {
         return 0;  // not the 0xFFFFFFFF of the other failures: callers tell them apart
     }
     assertNameLength(nameLength, "Libraries::Files::Hive::ValueObj::setName");
-    const RecordBuilder record = buildRecord(_recordData, storedName, nameLength, compressed);
-    const u32 cell =
-        _hive->resizeRecord(_recordOfs, record.recordSize() + RENAME_SLACK, false, nullptr, false);
+    RecordBuilder record = buildRecord(_recordData, storedName, nameLength, compressed);
+    record.put16(0);  // two bytes more than the record needs, in cells already written too
+    const u32 cell = _hive->resizeRecord(_recordOfs, record.recordSize(), false, nullptr, false);
     if (cell == INVALID_RECORD) return 0;
-    if (!_hive->writeRecord(cell, record.data(), CELL_HEAD, record.size())) return 0;
-    Mem::copy(reinterpret_cast<u8*>(&_recordData) + CELL_HEAD, record.data(),
-              sizeof(_recordData) - CELL_HEAD);
+    if (!_hive->writeRecord(cell, record.data(), RECORD_HEAD_SIZE, record.size())) return 0;
+    Mem::copy(reinterpret_cast<u8*>(&_recordData) + RECORD_HEAD_SIZE, record.data(),
+              sizeof(_recordData) - RECORD_HEAD_SIZE);
     _recordOfs = cell;
-    _name = name;
+    _name.set(name);
     return cell;
 }
 
@@ -102,7 +95,8 @@ bool ValueObj::selfDelete() {
     const MonGuard guard(_hive->mon());
     if (!_valid || !freeAllExtents()) return false;
     _valid = false;
-    if (!freeCell(_recordOfs)) return false;
+    _extents.clear();
+    if (!_hive->releaseRecord(_recordOfs)) return false;
     _recordOfs = 0;
     return true;
 }

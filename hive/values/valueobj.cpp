@@ -37,32 +37,25 @@ bool ValueObj::loadRecord() {
             L32ToHost(vk.data_or_offset), " type ", L32ToHost(vk.type), " flags ", L16ToHost(vk.flags));
         return false;
     }
-    readName(record, vk);
+    const Ref<String> name =
+        decodeName(record, sizeof(vk), L16ToHost(vk.nameLength),
+                   (L16ToHost(vk.flags) & hive_record_vk::FLAG_COMPRESSED_NAME) != 0, _hive->codepage());
+    _name.set(name);
+    if (!name)
+        log(3, Channel::hive,
+            "Name of value could not be converted from codepaged name to Ref<String>. value:", _recordOfs);
     _type = static_cast<ValueType>(L32ToHost(vk.type));
     const u32 dataSize = L32ToHost(vk.dataSize);
     _dataSize = dataSize & ~hive_record_vk::FLAG_RESIDENT;
     _dataResident = (dataSize & hive_record_vk::FLAG_RESIDENT) != 0 || _dataSize == 0;
     if (_dataResident && _dataSize > sizeof(vk.data_or_offset)) {
-        log(4, Channel::hive, "Invalid length of data! Data is resident, size is: ", _dataSize);
+        log(4, Channel::hive, "Invalid length of data! Data is resident, size is: ", _dataSize.load());
         Error::set(ErrorCode::inconsistentData);
         return false;
     }
     _recordData = vk;
     _canResize = (_hive->mode() & HiveFile::modeResizeAll) != 0 || _type == valueBinary;
     return true;
-}
-
-void ValueObj::readName(const RecordView& record, const hive_record_vk& vk) {
-    const u16 length = L16ToHost(vk.nameLength);
-    Array<u8> bytes(length);
-    record.copy(bytes.data(), sizeof(vk), length);
-    if (L16ToHost(vk.flags) & hive_record_vk::FLAG_COMPRESSED_NAME)
-        _name = regNameToString(bytes.data(), length, _hive->codepage());
-    else
-        _name = utf16NameToString(bytes.data(), length);
-    if (!_name)
-        log(3, Channel::hive,
-            "Name of value could not be converted from codepaged name to Ref<String>. value:", _recordOfs);
 }
 
 Ref<KeyObj> ValueObj::parent() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hive/nameslot.h"
 #include "hive/registryhiveobj.h"
 
 namespace Libraries::Files::Hive {
@@ -22,7 +23,7 @@ class HIVE_API ValueObj final : public Value, public Object {
     ValueObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent);
     ~ValueObj() override;
 
-    Ref<String> name() const override { return _valid ? _name : nullptr; }
+    Ref<String> name() const override { return _valid ? _name.get() : nullptr; }
     ValueType type() const override { return _type; }
     bool setType(ValueType type) override;
     u32 size() override;
@@ -67,7 +68,6 @@ class HIVE_API ValueObj final : public Value, public Object {
 
  private:
     bool loadRecord();
-    void readName(const RecordView& record, const hive_record_vk& vk);
 
     // Data extents (extents.cpp). Internal.
     bool initExtents();
@@ -75,6 +75,8 @@ class HIVE_API ValueObj final : public Value, public Object {
     bool initDbList(const RecordView& cell, u32 dataCell);
     bool loadFragments(const Array<u32>& fragments);
     u32 extentLength(u32 extent) const;
+    template <typename Piece>
+    u32 walkExtents(u32 offset, u32 count, Piece piece) const;
 
     u32 readResident(ShPtr destination, u32 count) const;
     bool readAll(void* buffer, u32 bytes);
@@ -83,7 +85,6 @@ class HIVE_API ValueObj final : public Value, public Object {
 
     // Resizing (valueresize.cpp).
     bool freeAllExtents();
-    bool freeCell(u32 cell);
     u32 resizeFailed(const char* message) const;
     u32 finishResize(u32 newSize);
     u32 resizeToResident(u32 newSize);
@@ -105,14 +106,15 @@ class HIVE_API ValueObj final : public Value, public Object {
     Ref<KeyObj> _parent;
     Array<u32>
         _extents;  // record offsets of the cells that hold the data, in data order; empty until worked out
-    Ref<String> _name;
+    NameSlot _name;
     hive_record_vk _recordData{};  // in file byte order, kept in step with the record
     u32 _recordOfs;
-    u32 _dataSize = 0;  // bytes, without the resident flag
-    ValueType _type = valueNone;
+    std::atomic<u32> _dataSize{0};  // bytes, without the resident flag
+    std::atomic<ValueType> _type{valueNone};
     u32 _dbListDataRecord = INVALID_RECORD;  // the fragment list's cell, once worked out
+    bool _dbListStale = false;               // the fragment list on disk is not `_extents`, after a failure
     bool _dataResident = false;
-    bool _valid = false;
+    std::atomic<bool> _valid{false};
     bool _isV13 = false;
     bool _canResize = false;
     const bool _readOnly;

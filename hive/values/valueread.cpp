@@ -1,7 +1,7 @@
 #include <algorithm>
 
 #include "hive/hivelog.h"
-#include "hive/values/valueobj.h"
+#include "hive/values/extentwalk.h"
 
 namespace Libraries::Files::Hive {
 
@@ -10,37 +10,29 @@ constexpr auto function = "Libraries::Files::Hive::ValueObj::read";
 }  // namespace
 
 u32 ValueObj::read(ShPtr destination, u32 offset, u32 count) {
+    const MonGuard guard(_hive->mon());
     if (!_valid) {
         Error::set(ErrorCode::invalidObject);
         return 0;
     }
-    const MonGuard guard(_hive->mon());
-    count = std::min(count, _dataSize);  // not to what lies behind `offset`: callers count on whole reads
+    count =
+        std::min(count, _dataSize.load());  // not to what lies behind `offset`: callers count on whole reads
     u8* const target = destination.address();
     if (count == 0 || !target) return 0;
     if (_dataResident) return readResident(destination, count);
     if (!initExtents()) return 0;
-    u64 start = 0;  // data position of the current extent
-    u32 copied = 0;
-    for (const u32 extent : _extents) {
-        const u32 length = extentLength(extent);
-        if (start + length <= offset) {
-            start += length;
-            continue;
-        }
-        const u32 skip = start < offset ? static_cast<u32>(offset - start) : 0;
-        const u32 take = std::min(length - skip, count - copied);
+    bool loaded = true;
+    const u32 copied = walkExtents(offset, count, [&](u32 extent, u32 skip, u32 take, u32 done) {
         const RecordView cell = _hive->cacheLoadRecord(extent);
-        if (!cell) return 0;
+        loaded = bool(cell);
+        if (!loaded) return false;
         assertCondition(cell.size() <= 0, "-static_cast<s32>(L32ToHost(hr->data.size)) >= 0", function);
         // The cell's own length is not asked: a read that starts inside a cell may run past its end, and gets
         // what lies there, zeros behind the cache.
-        cell.copy(target + copied, sizeof(hive_record) + u64{skip}, take);
-        copied += take;
-        if (copied == count) break;
-        start += length;
-    }
-    return copied;
+        cell.copy(target + done, RECORD_HEAD_SIZE + u64{skip}, take);
+        return true;
+    });
+    return loaded ? copied : 0;
 }
 
 /// Resident data is always read from its first byte, whatever the offset asked for: callers in the field rely
@@ -52,7 +44,8 @@ u32 ValueObj::readResident(ShPtr destination, u32 count) const {
     return count;
 }
 
-/// Reads the first `bytes` bytes, all or nothing. REQUIRES: bytes <= size(), and room for them in `buffer`.
+/// Reads the first `bytes` bytes; false when not all came. REQUIRES: bytes <= size(), and room for them in
+/// `buffer`.
 bool ValueObj::readAll(void* buffer, u32 bytes) {
     return read(ShPtr(buffer), 0, bytes) == bytes;
 }

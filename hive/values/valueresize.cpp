@@ -7,14 +7,13 @@ namespace Libraries::Files::Hive {
 
 namespace {
 
-constexpr u32 CELL_HEAD = sizeof(hive_record);
 constexpr u32 MAX_RESIDENT = 4;
 constexpr u32 MAX_FRAGMENTS = 65535;  // the db record counts them in 16 bits
 
 /// The longest data a form can describe: bit 31 of the size field is a flag, and a db list has 65535
 /// fragments.
 bool canBeStored(u32 size, bool isV13) {
-    const u32 limit = isV13 ? hive_record_vk::FLAG_RESIDENT - 1 - CELL_HEAD
+    const u32 limit = isV13 ? hive_record_vk::FLAG_RESIDENT - 1 - RECORD_HEAD_SIZE
                             : MAX_FRAGMENTS * hive_record_vk::V1_5_MAX_DATA_WITHOUT_DB;
     return size <= limit;
 }
@@ -22,12 +21,12 @@ bool canBeStored(u32 size, bool isV13) {
 }  // namespace
 
 u32 ValueObj::size(u32 newSize) {
+    const MonGuard guard(_hive->mon());
     if (!_valid || _readOnly) {
         Error::set(_valid ? ErrorCode::readOnly : ErrorCode::invalidObject);
         return 0;
     }
-    const MonGuard guard(_hive->mon());
-    if (newSize == _dataSize) return _dataSize;
+    if (newSize == _dataSize && !_dbListStale) return _dataSize;
     if (!canBeStored(newSize, _isV13)) {
         Error::set(ErrorCode::allocationFailed);
         return _dataSize;
@@ -44,7 +43,7 @@ u32 ValueObj::resizeFailed(const char* message) const {
 
 u32 ValueObj::resizeToResident(u32 newSize) {
     u32 kept = 0;
-    if (!readAll(&kept, std::min(newSize, _dataSize)))
+    if (!readAll(&kept, std::min(newSize, _dataSize.load())))
         return resizeFailed("Read data for resize to resident failed. record: ");
     if (!freeAllExtents())
         return resizeFailed("Failed to free some data reords for resize to resident. record: ");
@@ -56,14 +55,14 @@ u32 ValueObj::resizeToResident(u32 newSize) {
 
 /// From resident data or a db list. The new cell stays allocated on a failure.
 u32 ValueObj::resizeToSingle(u32 newSize) {
-    const u32 cell = _hive->allocateRecord(newSize + CELL_HEAD, nullptr);
+    const u32 cell = _hive->allocateRecord(newSize + RECORD_HEAD_SIZE, nullptr);
     if (cell == INVALID_RECORD)
         return resizeFailed("Failed to allocate new record for resize to single extent. record: ");
-    const u32 kept = std::min(newSize, _dataSize);
+    const u32 kept = std::min(newSize, _dataSize.load());
     Array<u8> data(dataIsThere() ? kept : 0);
     if (data.size() != kept || !readAll(data.data(), kept))
         return resizeFailed("Read data for resize to single extent failed. record: ");
-    if (!_hive->writeRecord(cell, data.data(), CELL_HEAD, kept))
+    if (!_hive->writeRecord(cell, data.data(), RECORD_HEAD_SIZE, kept))
         return resizeFailed("Restore data for resize to single extent failed. record: ");
     if (!freeAllExtents())
         return resizeFailed("Failed to free some data records for resize to single extent. record: ");
@@ -76,8 +75,8 @@ u32 ValueObj::resizeToSingle(u32 newSize) {
 u32 ValueObj::resizeSingle(u32 newSize) {
     if (!initExtents()) return resizeFailed("Failed to initExtents() for resize to single extent. record: ");
     assertCondition(_extents.size() == 1, "_extents.size() == 1", "Libraries::Files::Hive::ValueObj::size");
-    const u32 cell =
-        _hive->resizeRecord(L32ToHost(_recordData.data_or_offset), newSize + CELL_HEAD, true, nullptr, false);
+    const u32 cell = _hive->resizeRecord(L32ToHost(_recordData.data_or_offset), newSize + RECORD_HEAD_SIZE,
+                                         true, nullptr, false);
     if (cell == INVALID_RECORD)
         return resizeFailed("Failed to resizeRecord for resize to single extent. record: ");
     _recordData.data_or_offset = HostToL32(cell);
@@ -100,18 +99,14 @@ bool ValueObj::freeAllExtents() {
     if (_dataResident) return true;
     if (!initExtents()) return false;
     bool freed = true;
-    for (const u32 extent : _extents) freed = freeCell(extent) && freed;
+    for (const u32 extent : _extents) freed = _hive->releaseRecord(extent) && freed;
     if (usesDbList()) {
         assertCondition(_dbListDataRecord != INVALID_RECORD, "_dbListDataRecord != INVALID_RECORD",
                         "Libraries::Files::Hive::ValueObj::freeAllExtents");
-        freed = freeCell(L32ToHost(_recordData.data_or_offset)) && freed;
-        freed = freeCell(_dbListDataRecord) && freed;
+        freed = _hive->releaseRecord(L32ToHost(_recordData.data_or_offset)) && freed;
+        freed = _hive->releaseRecord(_dbListDataRecord) && freed;
     }
     return freed;
-}
-
-bool ValueObj::freeCell(u32 cell) {
-    return _hive->resizeRecord(cell, 0, false, nullptr, false) == 0;
 }
 
 }  // namespace Libraries::Files::Hive

@@ -1,7 +1,7 @@
 #include <algorithm>
 
 #include "hive/hivelog.h"
-#include "hive/values/valueobj.h"
+#include "hive/values/extentwalk.h"
 
 namespace Libraries::Files::Hive {
 
@@ -10,35 +10,21 @@ constexpr auto function = "Libraries::Files::Hive::ValueObj::write";
 }  // namespace
 
 u32 ValueObj::write(ShPtr source, u32 offset, u32 count) {
+    const MonGuard guard(_hive->mon());
     if (!_valid || _readOnly) {
         Error::set(_valid ? ErrorCode::readOnly : ErrorCode::invalidObject);
         return 0;
     }
-    const MonGuard guard(_hive->mon());
-    count = std::min(count, _dataSize);  // writing never extends the data
+    count = std::min(count, _dataSize.load());  // writing never extends the data
     const u8* const data = source.address();
     if (count == 0 || !data) return 0;
     if (_dataResident) return writeResident(source, count);
     if (!initExtents()) return 0;
-    u64 start = 0;  // data position of the current extent
-    u32 written = 0;
-    for (const u32 extent : _extents) {
-        const u32 length = extentLength(extent);
-        if (start + length <= offset) {
-            start += length;
-            continue;
-        }
-        const u32 skip = start < offset ? static_cast<u32>(offset - start) : 0;
-        const u32 take = std::min(length - skip, count - written);
-        if (!_hive->writeRecord(extent, data + written, static_cast<u32>(sizeof(hive_record)) + skip, take)) {
-            log(3, Channel::hive, "Failed to write data record: ", extent);
-            return written;
-        }
-        written += take;
-        if (written == count) break;
-        start += length;
-    }
-    return written;
+    return walkExtents(offset, count, [&](u32 extent, u32 skip, u32 take, u32 done) {
+        if (_hive->writeRecord(extent, data + done, RECORD_HEAD_SIZE + skip, take)) return true;
+        log(3, Channel::hive, "Failed to write data record: ", extent);
+        return false;
+    });
 }
 
 /// As in reading, the offset is ignored for resident data.
@@ -59,11 +45,11 @@ bool ValueObj::updateVkRecord() {
 }
 
 bool ValueObj::setType(ValueType type) {
+    const MonGuard guard(_hive->mon());
     if (!_valid) {
         Error::set(ErrorCode::invalidObject);
         return false;
     }
-    const MonGuard guard(_hive->mon());
     _recordData.type = HostToL32(type);
     if (!updateVkRecord()) {
         log(3, Channel::hive, "Failed to update vk record for setType(). record: ", _recordOfs);

@@ -11,7 +11,7 @@ class IniParserInterface : public virtual Platform::RefCount {
     virtual bool begin(Platform::Ref<Platform::RefCount> source) = 0;
     /// A section line, the name without its brackets.
     virtual bool section(Platform::Ref<Platform::String> name) = 0;
-    /// A line before the first section, or one that is neither section nor name and data.
+    /// A line before the first section.
     virtual bool line(Platform::Ref<Platform::String> text) = 0;
     /// A name (quotes included) and its data, continuation lines joined.
     virtual bool value(Platform::Ref<Platform::String> name, Platform::Ref<Platform::String> data) = 0;

@@ -49,14 +49,15 @@ inline void log(u32 level, LogChannel channel, const Pieces&... pieces) {
     line.write();
 }
 
-/// Logs a failed internal condition, level 4 on the default channel, and returns whether the condition held.
-/// It never stops the process: what happens then is up to the caller. `text` is the condition as log readers
-/// know it, `function` the qualified name of the operation, `line` the number to print (the caller's own by
-/// default).
-inline bool assertCondition(bool held, const char* text, const char* function, int line = __builtin_LINE()) {
+/// Logs a failed internal condition, level 4, on the default channel if none is given, and returns whether
+/// the condition held. It never stops the process: what happens then is up to the caller. `text` is the
+/// condition as log readers know it, `function` the qualified name of the operation, `line` the number to
+/// print (the caller's own by default).
+inline bool assertCondition(bool held, const char* text, const char* function, int line = __builtin_LINE(),
+                            LogChannel channel = SysLogFilter::defaultChannel) {
     if (!held) [[unlikely]]
-        log(4, SysLogFilter::defaultChannel, "ASSERT CONDITION ", text, " FAILED IN LINE ",
-            Decimal{static_cast<u64>(line)}, ", FUNCTION ", function);
+        log(4, channel, "ASSERT CONDITION ", text, " FAILED IN LINE ", Decimal{static_cast<u64>(line)},
+            ", FUNCTION ", function);
     return held;
 }
 
