@@ -8,6 +8,10 @@ namespace Libraries::Files::Hive {
 namespace {
 
 constexpr u32 ROOT_CELL = sizeof(hive_hbin);
+/// The security record's cell reaches up to here. Data is covered only as far as its cell's offset, so that
+/// no cell before this one would hold a full fragment; the root key and the security record never move.
+constexpr u32 FIRST_FREE_CELL = 16384;
+constexpr u32 FIRST_HBIN_SIZE = FIRST_FREE_CELL + HBIN_READ_BUFFER_SIZE;
 constexpr char ROOT_NAME[] = "ROOT";
 constexpr u16 ROOT_FLAGS =
     0x0004 | 0x0008 | hive_record_nk::FLAG_COMPRESSED_NAME;  // hive entry, not to be deleted
@@ -34,13 +38,11 @@ u32 cellLength(const RecordBuilder& record) {
     return static_cast<u32>(alignedLength(record.recordSize()));
 }
 
-/// Puts a used cell into the image; returns where the next one begins.
-u32 putCell(Array<u8>& image, u32 offset, const RecordBuilder& record) {
-    const u32 length = cellLength(record);
-    const u32 field = HostToL32(0U - length);
+/// Puts a used cell into the image, from `offset` up to `end`.
+void putCell(Array<u8>& image, u32 offset, u32 end, const RecordBuilder& record) {
+    const u32 field = HostToL32(offset - end);
     Mem::copy(image.data() + HIVE_HEADER_SIZE + offset, &field, sizeof(field));
     Mem::copy(image.data() + HIVE_HEADER_SIZE + offset + sizeof(field), record.data(), record.size());
-    return offset + length;
 }
 
 void putStamp(u8* field, u64 stamp) {
@@ -83,7 +85,7 @@ hive_header buildHeader(u32 minorVersion, u64 stamp, const Ref<String>& fileName
     header.minorVersion = HostToL32(minorVersion);
     header.fileFormat = HostToL32(1);
     header.rootCell = HostToL32(ROOT_CELL);
-    header.hbinsSize = HostToL32(HBIN_READ_BUFFER_SIZE);
+    header.hbinsSize = HostToL32(FIRST_HBIN_SIZE);
     header.clustering = HostToL32(1);
     const u64 room = sizeof(header.fileName) / 2 - 1;
     const u64 length = fileName ? fileName->length() : 0;
@@ -96,21 +98,21 @@ hive_header buildHeader(u32 minorVersion, u64 stamp, const Ref<String>& fileName
 }
 
 Array<u8> buildImage(u32 minorVersion, const Ref<String>& fileName) {
-    Array<u8> image(HIVE_HEADER_SIZE + HBIN_READ_BUFFER_SIZE);
+    Array<u8> image(HIVE_HEADER_SIZE + FIRST_HBIN_SIZE);
     const u64 stamp = Clock::fileTime();
     const hive_header header = buildHeader(minorVersion, stamp, fileName);
     Mem::copy(image.data(), &header, sizeof(header));
     hive_hbin hbin{};
     Mem::copy(hbin.signature, hive_hbin::SIGNATURE, sizeof(hbin.signature));
-    hbin.size = HostToL32(HBIN_READ_BUFFER_SIZE);
+    hbin.size = HostToL32(FIRST_HBIN_SIZE);
     putStamp(hbin.reserved + 8, stamp);
     Mem::copy(image.data() + HIVE_HEADER_SIZE, &hbin, sizeof(hbin));
     // The root's length does not depend on the offset it names.
     const u32 securityCell = ROOT_CELL + cellLength(buildRoot(INVALID_RECORD, stamp));
-    putCell(image, ROOT_CELL, buildRoot(securityCell, stamp));
-    const u32 end = putCell(image, securityCell, buildSecurity(securityCell));
-    const u32 freeLength = HostToL32(HBIN_READ_BUFFER_SIZE - end);
-    Mem::copy(image.data() + HIVE_HEADER_SIZE + end, &freeLength, sizeof(freeLength));
+    putCell(image, ROOT_CELL, securityCell, buildRoot(securityCell, stamp));
+    putCell(image, securityCell, FIRST_FREE_CELL, buildSecurity(securityCell));
+    const u32 freeLength = HostToL32(FIRST_HBIN_SIZE - FIRST_FREE_CELL);
+    Mem::copy(image.data() + HIVE_HEADER_SIZE + FIRST_FREE_CELL, &freeLength, sizeof(freeLength));
     return image;
 }
 

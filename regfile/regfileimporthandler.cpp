@@ -4,6 +4,7 @@
 #include "platform/iochar/stringutil.h"
 #include "regfile/hexdata.h"
 #include "regfile/util.h"
+#include "regfile/valueedit.h"
 
 namespace Libraries::Files::Hive {
 
@@ -70,7 +71,14 @@ bool RegFileImportHandler::line(Ref<String> text) {
     return true;
 }
 
+/// Done with a section's values: deletions among them may have left the key's value list unsettled.
+void RegFileImportHandler::settle() {
+    if (_listUnsettled && _current) ValueEdit::settleList(_current);
+    _listUnsettled = false;
+}
+
 bool RegFileImportHandler::section(Ref<String> name) {
+    settle();
     if (!_versionLine) return fail({{"Invalid regfile, section before version string"}}, {});
     const bool deletion = name->charAt(0) == u'-';
     if (deletion) name = name->sub(1);
@@ -137,7 +145,10 @@ bool RegFileImportHandler::value(Ref<String> name, Ref<String> data) {
     if (!_current) return fail({{"Invalid regfile, first value before first key"}}, {});
     if (data->isEmpty()) return fail({{"Found empty value in regfile, name = ", name}}, {});
     if (data->equal(u"-")) {
-        if (const Ref<Value> old = _current->value(name)) _counts.valuesDeleted += _current->deleteValue(old);
+        const Ref<Value> old = _current->value(name);
+        if (!old) return true;
+        _counts.valuesDeleted += _current->deleteValue(old);
+        _listUnsettled = true;
         return true;
     }
     if (data->startsWith(u"\"")) return setString(name, data);
@@ -153,6 +164,7 @@ Ref<Value> RegFileImportHandler::valueToSet(const Ref<String>& name, Value::Valu
         return nullptr;
     if (const Ref<Value> old = _current->value(name)) {
         if (old->type() == type) return old;
+        _listUnsettled = true;
         if (!_current->deleteValue(old)) {
             fail({{"Failed to remove old value: ", name}}, {});
             return nullptr;
@@ -170,7 +182,7 @@ bool RegFileImportHandler::setString(const Ref<String>& name, const Ref<String>&
     const Ref<Value> value = valueToSet(name, Value::valueString);
     if (!value) return false;
     // Taken as it stands, backslashes and quotes included: that is how export text is written.
-    if (!value->setString(data->sub(1, data->length() - 2)))
+    if (!ValueEdit::setString(_current, value, data->sub(1, data->length() - 2)))
         return fail({{"Failed to set string value: ", name}}, {});
     ++_counts.valuesSet;
     return true;
@@ -193,9 +205,9 @@ bool RegFileImportHandler::setBinary(const Ref<String>& name, const Ref<String>&
     const Ref<Value> value = valueToSet(name, static_cast<Value::ValueType>(parsed.type));
     if (!value) return false;
     const auto size = static_cast<u32>(parsed.bytes.size());
-    if (value->size(size) != size) return fail({{"Failed to resize value: ", name}}, {});
-    if (value->write(ShPtr(parsed.bytes.data()), 0, size) != size)
-        return fail({{"Failed to write data of value: ", name}}, {});
+    const ValueEdit::Result result = ValueEdit::setData(_current, value, parsed.bytes.data(), size);
+    if (result == ValueEdit::resizeFailed) return fail({{"Failed to resize value: ", name}}, {});
+    if (result == ValueEdit::writeFailed) return fail({{"Failed to write data of value: ", name}}, {});
     ++_counts.valuesSet;
     return true;
 }

@@ -29,6 +29,8 @@ class RegFileImportHandler final : public Interfaces::IniParserInterface, public
     bool line(Ref<String> text) override;
     bool value(Ref<String> name, Ref<String> data) override;
     bool end() override { return true; }
+    /// To be called when the import ends, however it ends.
+    void settle();
 
  private:
     /// A piece of a message: fixed text, then what it is about.
@@ -55,7 +57,8 @@ class RegFileImportHandler final : public Interfaces::IniParserInterface, public
     const Ref<CharPrinter> _errorPrinter;
     Ref<Key> _current;  // the key that value lines apply to
     Ref<String> _prefix;
-    Ref<String> _versionLine;  // null until it has come
+    Ref<String> _versionLine;     // null until it has come
+    bool _listUnsettled = false;  // values of the current key were deleted
     const bool _verbose;
     Ref<CharReader> _source;
     ImportCounts _counts;

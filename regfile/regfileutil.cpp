@@ -87,6 +87,7 @@ bool RegFileUtil::importRegFile(const Ref<RegistryHive>& hive, const Ref<Interfa
     if (!charReader) return false;
     handler->setSource(charReader);
     const u32 result = IniParser::parse(charReader, handler, IniParser::registryText);
+    handler->settle();
     if (counts) *counts = handler->counts();
     if (result == IniParser::parsed) return true;
     if (result == IniParser::unreadable) handler->reportLine("Failed to read the text");
