@@ -29,7 +29,8 @@ class PLATFORM_API CharReader final : public Object {
     /// Whether the stream failed (it set an error code), as opposed to having come to its end.
     bool failed() const { return _failed; }
 
-    /// The number of the line being read, from 1, as whoever splits the text into lines keeps it; 0 before the first.
+    /// The number of the line being read, from 1, as whoever splits the text into lines keeps it; 0 before
+    /// the first.
     u64 line() const { return _line; }
     void setLine(u64 line) { _line = line; }
 
