@@ -49,8 +49,7 @@ void RegistryHiveObj::open() {
 }
 
 bool RegistryHiveObj::readHeader(hive_header& header) {
-    _file->seek(0);
-    if (_file->read(ShPtr(_cache.at(0)), HIVE_HEADER_SIZE) != HIVE_HEADER_SIZE) {
+    if (_file->seek(0) != 0 || _file->read(ShPtr(_cache.at(0)), HIVE_HEADER_SIZE) != HIVE_HEADER_SIZE) {
         log(4, Channel::hive, "Failed to read file: ", Error::get());
         return false;
     }

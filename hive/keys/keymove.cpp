@@ -7,16 +7,16 @@
 namespace Libraries::Files::Hive {
 
 bool KeyObj::move(Ref<Key> key, Ref<String> newName) {
-    if (!canChange()) return false;
-    if (!newName) return fail(ErrorCode::nullArgument);
     const MonGuard guard(_hive->mon());
+    if (!canChange()) return false;
+    if (!newName) return ErrorCode::fail(ErrorCode::nullArgument);
     const Ref<KeyObj> moved = refCast<KeyObj>(key);
-    if (!moved) return fail(ErrorCode::wrongArgument);
+    if (!moved) return ErrorCode::fail(ErrorCode::wrongArgument);
     if (!canReceive(moved)) return false;
-    if (!initSubkeys()) return fail(ErrorCode::moveTargetUnreadable);
+    if (!initSubkeys()) return ErrorCode::fail(ErrorCode::moveTargetUnreadable);
     u32 position = NO_INDEX;
-    if (binaryFindKey(newName, &position)) return fail(ErrorCode::moveKeyExists);
-    if (position == NO_INDEX) return fail(ErrorCode::moveSearchFailed);
+    if (binaryFindKey(newName, &position)) return ErrorCode::fail(ErrorCode::moveKeyExists);
+    if (position == NO_INDEX) return ErrorCode::fail(ErrorCode::moveSearchFailed);
     if (!ensureFreeListPlace(position)) return false;
     SubkeyHash hash{};
     const u32 record = moved->setName(newName, _listType, hash, _recordOfs);
@@ -45,22 +45,22 @@ bool KeyObj::move(Ref<Key> key, Ref<String> newName) {
 bool KeyObj::canReceive(const Ref<KeyObj>& moved) const {
     if (moved->hive() != _hive) {
         log(3, Channel::hive, "Attempt to move a key form a different hive");
-        return fail(ErrorCode::wrongArgument);
+        return ErrorCode::fail(ErrorCode::wrongArgument);
     }
     if (!moved->parent()) {
         log(3, Channel::hive, "Attempt to move root key");
-        return fail(ErrorCode::moveRoot);
+        return ErrorCode::fail(ErrorCode::moveRoot);
     }
     for (const KeyObj* ancestor = this; ancestor; ancestor = ancestor->_parent.get()) {
         // By record, since one key may have two objects.
         if (ancestor->_recordOfs != moved->_recordOfs) continue;
         log(3, Channel::hive, "Nested move");
-        return fail(ErrorCode::moveNested);
+        return ErrorCode::fail(ErrorCode::moveNested);
     }
     // A branch that does not go deeper needs no look: it was read where it is.
     u64 budget = _hive->hbinsSize() / sizeof(hive_record_nk);
     return _depth < moved->_depth || moved->fitsInto(MAX_KEY_DEPTH - _depth, budget) ||
-           fail(ErrorCode::treeTooDeep);
+           ErrorCode::fail(ErrorCode::treeTooDeep);
 }
 
 /// Whether the key and all below it take at most `levels` levels. `budget` ends the walk where a damaged file
@@ -121,16 +121,16 @@ void KeyObj::updateParentOfSubkeys(u32 oldCell) {
 }
 
 bool KeyObj::move(Ref<Value> value, Ref<String> newName) {
-    if (!canChange()) return false;
-    if (!newName) return fail(ErrorCode::nullArgument);
     const MonGuard guard(_hive->mon());
-    if (this->value(newName)) return fail(ErrorCode::moveValueExists);
+    if (!canChange()) return false;
+    if (!newName) return ErrorCode::fail(ErrorCode::nullArgument);
+    if (this->value(newName)) return ErrorCode::fail(ErrorCode::moveValueExists);
     const Ref<ValueObj> moved = refCast<ValueObj>(value);
-    if (!moved) return fail(ErrorCode::wrongArgument);
+    if (!moved) return ErrorCode::fail(ErrorCode::wrongArgument);
     const Ref<KeyObj> oldKey = moved->parent();
     if (oldKey->hive() != _hive) {
         log(3, Channel::hive, "Attempt to move a value form a different hive");
-        return fail(ErrorCode::wrongArgument);
+        return ErrorCode::fail(ErrorCode::wrongArgument);
     }
     const u32 record = moved->setName(newName);
     if (record == 0 || record == INVALID_RECORD) return false;

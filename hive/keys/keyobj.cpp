@@ -86,12 +86,7 @@ bool KeyObj::syncKeyRecord() {
 
 /// What every changing operation asks first; false with the error code set on a read-only key.
 bool KeyObj::canChange() const {
-    return _valid && (!_readOnly || fail(ErrorCode::readOnly));
-}
-
-bool KeyObj::fail(u32 errorCode) const {
-    Error::set(errorCode);
-    return false;
+    return _valid && (!_readOnly || ErrorCode::fail(ErrorCode::readOnly));
 }
 
 }  // namespace Libraries::Files::Hive

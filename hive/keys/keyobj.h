@@ -128,7 +128,6 @@ class HIVE_API KeyObj final : public Key, public Object {
     bool loadRecord();
     void readName(const RecordView& record, const hive_record_nk& nk);
 
-    bool fail(u32 errorCode) const;
     bool loadTopList(const RecordView& record);
     bool loadOneLevel(const RecordView& record, KeyListType type, const char* failure);
     bool loadTwoLevel(const RecordView& record);
@@ -145,10 +144,9 @@ class HIVE_API KeyObj final : public Key, public Object {
     bool syncRIList();
     bool makeListPlace(u32 j);
     u32 writeKeyListRecord(u32 cell, u32 first, u16 count, u32 minSize);
-    bool rewriteSublist(u32 j);
+    bool rewriteSublist(u32 j, const char* function);
     bool removeEmptySublist(u32 j);
     void setTopList(u32 cell);
-    bool freeCell(u32 cell);
     u32 indexOfKey(const Ref<KeyObj>& key, u32 skipIndex);
 
     u32 writeNewKey(const Ref<String>& name, SubkeyHash& hash);

@@ -10,9 +10,9 @@ Ref<Key> KeyObj::createKey(Ref<String> name) {
         Error::set(errorCode);
         return Ref<Key>();
     };
+    const MonGuard guard(_hive->mon());
     if (!canChange()) return nullptr;
     if (!name) return refuse(ErrorCode::nullArgument);
-    const MonGuard guard(_hive->mon());
     if (!initSubkeys()) return nullptr;
     if (name->length() > MAX_KEY_NAME_LENGTH) return refuse(ErrorCode::badKeyName);
     if (_depth >= MAX_KEY_DEPTH) return refuse(ErrorCode::treeTooDeep);  // it could never be read back
@@ -69,11 +69,11 @@ u32 KeyObj::writeNewKey(const Ref<String>& name, SubkeyHash& hash) {
 }
 
 bool KeyObj::deleteKey(Ref<Key> key) {
-    if (!canChange()) return false;
     const MonGuard guard(_hive->mon());
+    if (!canChange()) return false;
     const Ref<KeyObj> own = refCast<KeyObj>(key);
-    if (!own) return fail(ErrorCode::wrongArgument);
-    if (!own->canBeDeleted()) return fail(ErrorCode::keyNotEmpty);
+    if (!own) return ErrorCode::fail(ErrorCode::wrongArgument);
+    if (!own->canBeDeleted()) return ErrorCode::fail(ErrorCode::keyNotEmpty);
     return unlinkKey(own, NO_INDEX) && own->selfDelete();
 }
 
@@ -84,28 +84,24 @@ bool KeyObj::canBeDeleted() const {
 bool KeyObj::selfDelete() {
     if (!canChange() || !canBeDeleted() || !initSubkeys()) return false;
     _valid = false;
-    return freeLists() && freeCell(_recordOfs) && adjustSecurityCellRefCount(sdOffset(), false);
+    return freeLists() && _hive->releaseRecord(_recordOfs) && adjustSecurityCellRefCount(sdOffset(), false);
 }
 
 /// Frees the list records of a key without entries.
 bool KeyObj::freeLists() {
     for (u32 j = 0; j < _keyList.sublists(); ++j)
-        if (!freeCell(_keyList.sublist(j).record)) return false;
+        if (!_hive->releaseRecord(_keyList.sublist(j).record)) return false;
     _keyList.clear();
     _subkeysLoaded = false;
     if (_twoLevelList) {
-        if (!freeCell(_keyListCell)) return false;
+        if (!_hive->releaseRecord(_keyListCell)) return false;
         _keyListCell = 0;
         _twoLevelList = false;
     }
     if (_valueListCell == 0) return true;
-    if (!freeCell(_valueListCell)) return false;
+    if (!_hive->releaseRecord(_valueListCell)) return false;
     _valueListCell = 0;
     return true;
-}
-
-bool KeyObj::freeCell(u32 cell) {
-    return _hive->resizeRecord(cell, 0, false, nullptr, false) == 0;
 }
 
 bool KeyObj::adjustSecurityCellRefCount(u32 securityCell, bool increment) {

@@ -55,14 +55,13 @@ u32 KeyObj::writeKeyListRecord(u32 cell, u32 first, u16 count, u32 minSize) {
 }
 
 /// Writes a sublist's entries anew; when its record moves, what names it is brought in step.
-bool KeyObj::rewriteSublist(u32 j) {
+bool KeyObj::rewriteSublist(u32 j, const char* function) {
     Sublist& list = _keyList.sublist(j);
     const u32 oldCell = list.record;
     const u32 cell = writeKeyListRecord(oldCell, list.start, static_cast<u16>(list.entries.size()), 0);
     if (cell == INVALID_RECORD) return false;
     if (cell != oldCell && !_twoLevelList) {
-        assertCondition(_keyListCell == oldCell, "_keyListCell == oldRec",
-                        "Libraries::Files::Hive::KeyObj::insertKey");
+        assertCondition(_keyListCell == oldCell, "_keyListCell == oldRec", function);
         _keyListCell = cell;
     } else if (cell != oldCell) {
         const u32 entry = HostToL32(cell);

@@ -43,7 +43,7 @@ bool KeyObj::initSubkeys() {
     _keyList.clear();
     if (!record || !loadTopList(record)) {
         _keyList.clear();
-        return fail(ErrorCode::badSubkeyList);
+        return ErrorCode::fail(ErrorCode::badSubkeyList);
     }
     _subkeysLoaded = true;
     return true;

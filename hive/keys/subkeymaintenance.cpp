@@ -75,7 +75,7 @@ bool KeyObj::insertKey(u32 position, u32 nkOffset, SubkeyHash hash, const Ref<Ke
     }
     _keyList.insert(j, position, SubkeyEntry{nkOffset, hash, key ? WeakRef<KeyObj>(key) : WeakRef<KeyObj>()});
     _numOfKeys += 1;
-    if (!rewriteSublist(j)) return false;
+    if (!rewriteSublist(j, "Libraries::Files::Hive::KeyObj::insertKey")) return false;
     _record.numOfKeys = HostToL32(_numOfKeys);
     setTopList(_keyListCell);
     return syncKeyRecord();
@@ -99,12 +99,12 @@ u32 KeyObj::indexOfKey(const Ref<KeyObj>& key, u32 skipIndex) {
 bool KeyObj::unlinkKey(const Ref<KeyObj>& key, u32 skipIndex) {
     if (!canChange() || !initSubkeys()) return false;
     const u32 index = indexOfKey(key, skipIndex);
-    if (index == NO_INDEX) return fail(ErrorCode::wrongArgument);
+    if (index == NO_INDEX) return ErrorCode::fail(ErrorCode::wrongArgument);
     const u32 j = _keyList.sublistOf(index);
     _keyList.remove(j, index);
     if (_keyList.sublist(j).entries.empty()) {
         if (!removeEmptySublist(j)) return false;
-    } else if (!rewriteSublist(j)) {
+    } else if (!rewriteSublist(j, "Libraries::Files::Hive::KeyObj::unlinkKey")) {
         return false;
     }
     _numOfKeys -= 1;
@@ -120,7 +120,7 @@ bool KeyObj::unlinkKey(const Ref<KeyObj>& key, u32 skipIndex) {
 /// readers of existing hives know both.
 bool KeyObj::removeEmptySublist(u32 j) {
     constexpr auto function = "Libraries::Files::Hive::KeyObj::unlinkKey";
-    if (!freeCell(_keyList.sublist(j).record)) return false;
+    if (!_hive->releaseRecord(_keyList.sublist(j).record)) return false;
     _keyList.removeSublist(j);
     if (_keyList.sublists() > 1) return syncRIList();
     const u32 left = _keyList.sublists() == 1 ? _keyList.sublist(0).record : 0;
@@ -129,7 +129,7 @@ bool KeyObj::removeEmptySublist(u32 j) {
     else if (!assertCondition(_keyList.size() == _keyList.sublist(0).entries.size(),
                               "_keyList.size() == _tree[0].numOfkeys", function))
         return false;
-    if (_twoLevelList && !freeCell(_keyListCell)) return false;
+    if (_twoLevelList && !_hive->releaseRecord(_keyListCell)) return false;
     _twoLevelList = false;
     setTopList(left);
     return true;

@@ -32,7 +32,7 @@ bool KeyObj::initValues() {
                     "Libraries::Files::Hive::KeyObj::initValues");
     if (u64{_numOfValues} * OFFSET_ENTRY_SIZE + sizeof(hive_record) > record.absoluteSize()) {
         log(3, Channel::hive, "Value list record is too small, key: ", _recordOfs);
-        return fail(ErrorCode::badValueList);
+        return ErrorCode::fail(ErrorCode::badValueList);
     }
     _values.clear();
     _values.reserve(_numOfValues);
@@ -108,7 +108,7 @@ bool KeyObj::deleteValue(Ref<Value> value) {
     const MonGuard guard(_hive->mon());
     if (!canChange()) return false;
     const Ref<ValueObj> own = refCast<ValueObj>(value);
-    if (!own) return fail(ErrorCode::wrongArgument);
+    if (!own) return ErrorCode::fail(ErrorCode::wrongArgument);
     return unlinkValue(own) && own->selfDelete();
 }
 
@@ -135,7 +135,7 @@ bool KeyObj::unlinkValue(const Ref<ValueObj>& value) {
     const auto found = std::find_if(_values.begin(), _values.end(), [&](const ValueEntry& entry) {
         return entry.value.refersTo(value.get());
     });
-    if (found == _values.end()) return fail(ErrorCode::wrongArgument);
+    if (found == _values.end()) return ErrorCode::fail(ErrorCode::wrongArgument);
     const auto index = static_cast<u32>(found - _values.begin());
     const u32 count = --_numOfValues;
     _values.erase(found);

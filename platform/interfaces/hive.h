@@ -61,6 +61,7 @@ class Value : public virtual RefCount {
     /// The text of a string value (types 1 and 2) of at most `maxLength` UTF-16 units as stored, without
     /// trailing NULs. Errors: 0x1001, 0x1011, 0x1012 longer, 0x1013 one byte of data.
     virtual Ref<String> string(u32 maxLength) = 0;
+    /// Errors: 0x1000, 0x1001, 0x1011, 0x1012, 0x1017 not all written; so `setStrings`.
     virtual bool setString(Ref<String> text) = 0;
     /// The texts of a string list (type 7). Errors: 0x1001, 0x1011, 0x1012, 0x1014 not terminated.
     virtual Ref<TVector<Ref<String>>> strings(u32 maxLength) = 0;
@@ -68,6 +69,7 @@ class Value : public virtual RefCount {
     /// The number of a value of type 4, 5 or 11; all ones on failure, and error 0 on success, so that a
     /// stored all-ones number can be told from a failure. Errors: 0x1001, 0x1011, 0x1015, 0x1016.
     virtual u64 number() = 0;
+    /// Errors: 0x1000, 0x1001, 0x1011, 0x1015, 0x1017, 0x1019 above 32 bits for a 32-bit type.
     virtual bool setNumber(u64 number) = 0;
     /// The data as a byte store of its own, whatever the type.
     virtual Ref<Interfaces::Stripe> binary() = 0;
@@ -102,18 +104,29 @@ class Key : public virtual RefCount {
 
     /// The subkey of that name. Errors: 0x1003 no such key, 0x2007 broken subkey list.
     virtual Ref<Key> key(Ref<String> name) = 0;
+    /// Makes a subkey. Errors: 0x1000 read-only, 0x1002 no room, 0x1005 it exists, 0x1006 name longer than
+    /// 255 characters, 0x1007 no room in the list, 0x1018 too deep, 0x200A no hash of the name, 0x200D the
+    /// search broke down.
     virtual Ref<Key> createKey(Ref<String> name) = 0;
+    /// Deletes a subkey without subkeys and values. Errors: 0x1000, 0x1010 not empty, 0x8446 no subkey of
+    /// this object.
     virtual bool deleteKey(Ref<Key> key) = 0;
     virtual Ref<KeyIterator> keyIterator() = 0;
 
     /// The value of that name ("" for the default value). Errors: 0x1004 no such value, 0x2008 broken value
     /// list.
     virtual Ref<Value> value(Ref<String> name) = 0;
+    /// Makes a value: without data, or with a number's length. Errors: 0x1000, 0x1002, 0x1008 it exists,
+    /// 0x1009 name too long.
     virtual Ref<Value> createValue(Ref<String> name, Value::ValueType type) = 0;
+    /// Deletes a value that this object handed out (else 0x8446). Error: 0x1000.
     virtual bool deleteValue(Ref<Value> value) = 0;
     virtual Ref<ValueIterator> valueIterator() = 0;
 
-    /// Moves a value or a key (with all below it) into this key under a new name.
+    /// Moves a value or a key (with all below it) into this key under a new name. Errors: 0x1000, 0x8446
+    /// another hive's; of a value 0x100B bad name, 0x100D name taken; of a key 0x1006 bad name, 0x100A
+    /// subkeys unreadable, 0x100C name taken, 0x100E into itself, 0x100F the root, 0x1018 too deep, 0x200A no
+    /// hash of the name, 0x200E search broke down.
     virtual bool move(Ref<Value> value, Ref<String> newName) = 0;
     virtual bool move(Ref<Key> key, Ref<String> newName) = 0;
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/system/byteorder.h"
 #include "platform/system/error.h"
 #include "platform/system/mem.h"
 #include "platform/system/utf8.h"
@@ -84,6 +85,10 @@ bool WriterObj::writeChunk(std::u16string_view units) {
 bool WriterObj::encode(std::u16string_view units) {
     if (_encoding == Encoding::utf8) {
         _utf8.feed(units, _bytes);
+        return true;
+    }
+    if (_encoding == Encoding::utf16Le && hostIsLittleEndian) {  // as it is, by far the most used
+        _bytes.assign(reinterpret_cast<const char*>(units.data()), units.size() * sizeof(char16_t));
         return true;
     }
     for (const char16_t unit : units) {
