@@ -8,6 +8,7 @@
 #include "platform/iochar/stringutil.h"
 #include "tool/errortext.h"
 #include "tool/failure.h"
+#include "tool/valuetext.h"
 #include "tool/visible.h"
 
 namespace HiveCtl {
@@ -25,20 +26,9 @@ bool parseNumber(const std::string& text, u64& number) {
 }
 
 Value::ValueType parseType(const std::string& name) {
-    constexpr std::array names = {"none",
-                                  "sz",
-                                  "expand-sz",
-                                  "binary",
-                                  "dword",
-                                  "dword-be",
-                                  "link",
-                                  "multi-sz",
-                                  "resource",
-                                  "full-resource",
-                                  "resource-requirements",
-                                  "qword"};
-    for (u32 i = 0; i < names.size(); ++i)
-        if (name == names[i]) return static_cast<Value::ValueType>(i);
+    constexpr u32 namedTypes = 12;
+    for (u32 type = 0; type < namedTypes; ++type)
+        if (name == typeName(type)) return static_cast<Value::ValueType>(type);
     u64 number = 0;
     if (!parseNumber(name, number) || number > UINT32_MAX)
         usage("no such type: " + inQuotes(name) +

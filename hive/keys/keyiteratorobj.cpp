@@ -1,7 +1,5 @@
 #include "hive/keys/keyiteratorobj.h"
 
-#include <algorithm>
-
 #include "hive/keys/keyobj.h"
 
 namespace Libraries::Files::Hive {
@@ -9,7 +7,7 @@ namespace Libraries::Files::Hive {
 KeyIteratorObj::KeyIteratorObj(Ref<KeyObj> key) : _key(std::move(key)) {}
 
 u32 KeyIteratorObj::seek(u32 position) {
-    return _position = std::min(position, _key->keys());
+    return _position.seek(position, count());
 }
 
 u32 KeyIteratorObj::count() {
@@ -17,8 +15,8 @@ u32 KeyIteratorObj::count() {
 }
 
 Ref<Key> KeyIteratorObj::next() {
-    if (_position >= count()) return nullptr;
-    return _key->key(_position++);
+    u32 index = 0;
+    return _position.take(count(), index) ? Ref<Key>(_key->key(index)) : nullptr;
 }
 
 }  // namespace Libraries::Files::Hive

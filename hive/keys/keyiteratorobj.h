@@ -1,14 +1,12 @@
 #pragma once
 
-#include <atomic>
-
-#include "hive/base.h"
+#include "hive/keys/listposition.h"
 
 namespace Libraries::Files::Hive {
 
 class KeyObj;
 
-/// A position in a key's list of subkeys. The key that made it moves it along when its list changes.
+/// A position in a key's list of subkeys. Keeps the key.
 class KeyIteratorObj final : public KeyIterator, public Object {
  public:
     explicit KeyIteratorObj(Ref<KeyObj> key);
@@ -17,17 +15,12 @@ class KeyIteratorObj final : public KeyIterator, public Object {
     u32 count() override;
     Ref<Key> next() override;
 
-    /// An entry was inserted at, or removed from, this index of the key's list.
-    void insertedAt(u32 index) {
-        if (index <= _position) ++_position;
-    }
-    void removedAt(u32 index) {
-        if (index < _position) --_position;
-    }
+    void insertedAt(u32 index) { _position.insertedAt(index); }
+    void removedAt(u32 index) { _position.removedAt(index); }
 
  private:
     const Ref<KeyObj> _key;
-    std::atomic<u32> _position{0};  // moved along by other threads too
+    ListPosition _position;
 };
 
 }  // namespace Libraries::Files::Hive

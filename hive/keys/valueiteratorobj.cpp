@@ -1,7 +1,5 @@
 #include "hive/keys/valueiteratorobj.h"
 
-#include <algorithm>
-
 #include "hive/keys/keyobj.h"
 #include "hive/values/valueobj.h"
 
@@ -10,7 +8,7 @@ namespace Libraries::Files::Hive {
 ValueIteratorObj::ValueIteratorObj(Ref<KeyObj> key) : _key(std::move(key)) {}
 
 u32 ValueIteratorObj::seek(u32 position) {
-    return _position = std::min(position, _key->values());
+    return _position.seek(position, count());
 }
 
 u32 ValueIteratorObj::count() {
@@ -18,8 +16,8 @@ u32 ValueIteratorObj::count() {
 }
 
 Ref<Value> ValueIteratorObj::next() {
-    if (_position >= count()) return nullptr;
-    return _key->value(_position++);
+    u32 index = 0;
+    return _position.take(count(), index) ? Ref<Value>(_key->value(index)) : nullptr;
 }
 
 }  // namespace Libraries::Files::Hive

@@ -1,5 +1,6 @@
 #include <CLI/CLI.hpp>
 
+#include "hive/errorcodes.h"
 #include "regfile/valueedit.h"
 #include "tool/changecommand.h"
 #include "tool/valuedata.h"
@@ -10,6 +11,7 @@ namespace HiveCtl {
 namespace {
 
 using Libraries::Files::Hive::ValueEdit;
+namespace ErrorCode = Libraries::Files::Hive::ErrorCode;
 
 class SetCommand final : public ChangeCommand {
  private:
@@ -41,7 +43,10 @@ class SetCommand final : public ChangeCommand {
         if (value->type() != _parsed.type && !value->setType(_parsed.type))
             fail("cannot change the type of value " + shownValueName(name) + where(at));
         const auto size = static_cast<u32>(_parsed.bytes.size());
-        if (ValueEdit::setData(at.key, value, _parsed.bytes.data(), size) != ValueEdit::done)
+        const auto result = ValueEdit::setData(at.key, value, _parsed.bytes.data(), size);
+        if (result == ValueEdit::writeFailed)
+            Error::set(ErrorCode::shortWrite);  // trying other places left another
+        if (result != ValueEdit::done)
             fail("cannot set value " + shownValueName(name) + " to " + counted(size, "byte") + where(at));
     }
 
