@@ -124,7 +124,7 @@ void walkAll(benchmark::State& state, bool readData) {
     u64 bytes = 0;
     for (auto _ : state) keys = walk(hive->root(), readData ? buffer.data() : nullptr, bytes);
     if (keys < 50000 || (readData && bytes == 0)) state.SkipWithError("not all keys were read");
-    state.SetItemsProcessed(static_cast<int64_t>(keys * state.iterations()));
+    state.SetItemsProcessed(static_cast<int64_t>(keys) * static_cast<int64_t>(state.iterations()));
 }
 
 void keys(benchmark::State& state) {

@@ -8,6 +8,18 @@
 
 namespace Libraries::Files::Hive {
 
+namespace {
+
+/// Whether the hive would keep the whole name: it cuts names at a NUL, and could end up with two keys or
+/// values of one name.
+bool storable(const Ref<String>& name) {
+    if (name->view().find(u'\0') == std::u16string_view::npos) return true;
+    Error::set(ErrorCode::badKeyName);
+    return false;
+}
+
+}  // namespace
+
 RegFileImportHandler::RegFileImportHandler(Ref<RegistryHive> hive, const Ref<String>& prefix,
                                            Ref<CharPrinter> errorPrinter, bool verbose)
     : _hive(std::move(hive)),
@@ -47,11 +59,11 @@ bool RegFileImportHandler::fail(std::initializer_list<Piece> message, std::initi
         for (const Piece& piece : details) log(1, Channel::regImporter, textOf(piece));
         return false;
     }
-    _errorPrinter->print(text);
     for (const Piece& piece : details) {
-        _errorPrinter->print(u" ");
-        _errorPrinter->print(textOf(piece));
+        if (!text->view().ends_with(u' ')) text = text->concat(String::create(u" "));
+        text = text->concat(textOf(piece));
     }
+    _errorPrinter->print(text);
     _errorPrinter->endLine();
     return false;
 }
@@ -106,7 +118,7 @@ bool RegFileImportHandler::enterSection(const Ref<String>& path) {
         Ref<Key> child = key->key(name);
         if (!child) {
             if (_verbose) note("Create new key: ", path);
-            child = key->createKey(name);
+            if (storable(name)) child = key->createKey(name);
             if (!child) return failWithCode("Failed to create key: ", path);
             ++_counts.keysCreated;
         }
@@ -170,7 +182,7 @@ Ref<Value> RegFileImportHandler::valueToSet(const Ref<String>& name, Value::Valu
             return nullptr;
         }
     }
-    Ref<Value> created = _current->createValue(name, type);
+    const Ref<Value> created = storable(name) ? _current->createValue(name, type) : nullptr;
     // The misspelling is what scripts that read import messages look for.
     if (!created) fail({{"Failed to craete value: ", name}, {" of type: ", nullptr, type}}, {});
     return created;

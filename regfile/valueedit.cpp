@@ -48,13 +48,18 @@ bool write(const Ref<Value>& value, const void* data, u32 size) {
     return value->write(ShPtr::fromConst(data), 0, size) == size;
 }
 
-/// Gives the data another place, as far from the hive's start as it takes.
+/// Gives the data another place, as far from the hive's start as it takes. A failure keeps the error code it
+/// came with.
 bool writeElsewhere(const Ref<Key>& key, const Ref<Value>& value, const void* data, u32 size) {
-    Spacers spacers(key);
-    for (u32 i = 0; i < MAX_SPACERS; ++i) {
-        if (value->size(0) != 0 || !spacers.add(size) || value->size(size) != size) return false;
-        if (write(value, data, size)) return true;
+    const u32 code = Error::get();
+    {
+        Spacers spacers(key);
+        for (u32 i = 0; i < MAX_SPACERS; ++i) {
+            if (value->size(0) != 0 || !spacers.add(size) || value->size(size) != size) break;
+            if (write(value, data, size)) return true;
+        }
     }
+    Error::set(code);
     return false;
 }
 

@@ -17,7 +17,7 @@ target_link_libraries(user PRIVATE hive::hive)
 CMAKE
 cmake -S "$scratch/user" -B "$scratch/user/build" -G Ninja -DCMAKE_PREFIX_PATH="$scratch/prefix" >/dev/null
 cmake --build "$scratch/user/build"
-build/release/bin/make_sample "$scratch/sample.hive"
+"$scratch/prefix/bin/hivectl" new "$scratch/sample.hive"
+"$scratch/prefix/bin/hivectl" import "$scratch/sample.hive" examples/sample.reg
 "$scratch/user/build/user" "$scratch/sample.hive" Software/Acme/Editor "" | grep -x "Acme Editor 4"
-"$scratch/prefix/bin/hivectl" info "$scratch/sample.hive" >/dev/null
 echo "installed package works"

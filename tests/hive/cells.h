@@ -64,10 +64,6 @@ inline HiveImage randomImage(Random& random, u32 hbins) {
     return image;
 }
 
-inline RecordView load(const Ref<RegistryHiveObj>& hive, const Cell& cell) {
-    return cell.used ? hive->cacheLoadRecord(cell.offset) : hive->cacheLoadRecord(cell.offset, nullptr, true);
-}
-
 /// Whether a view shows the file's bytes from `position` on.
 inline bool shows(const RecordView& view, const std::vector<u8>& file, u64 position, u64 length) {
     std::vector<u8> bytes(length);

@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <map>
 #include <tuple>
 
 #include "tests/hive/cells.h"
-#include "tests/support/failingstripe.h"
 #include "tests/support/logcapture.h"
 
 using namespace Platform;
@@ -111,83 +109,38 @@ TEST(Discovery, ACellOfOddLengthIsSteppedOverRoundedUp) {
 // Regression: after the scan of a long hbin the file stood behind the last piece read instead of at the next
 // hbin, so that a last cell of several pieces hid all hbins behind it.
 TEST(Discovery, FindsWhatLiesBehindALastCellOfManyPieces) {
-    for (const u32 size : {8192u, 12288u, 32768u}) {
-        for (const u32 lastCell : {size - 32, size - 40, size - 4088, size - 4096, size - 4104}) {
-            for (const u32 mode : {0u, 1u, 2u, 3u}) {
+    for (const u32 size : {12288u, 32768u}) {
+        for (const u32 lastCell : {size - 32, size - 4088, size - 4096, size - 4104}) {
+            for (const bool used : {true, false}) {
                 HiveImage image;
-                for (int i = 0; i < 3; ++i) {
-                    image.addHbin(size);
-                    if (lastCell + 32 < size) image.allocate(size - 32 - lastCell);
-                    if (i != 1) image.allocate(lastCell);  // the second hbin's last cell is a free one
-                }
+                image.addHbin(size);
+                if (lastCell + 32 < size) image.allocate(size - 32 - lastCell);
+                if (used) image.allocate(lastCell);
                 image.addHbin(4096);
                 const u32 last = image.allocate(16);
-                LogCapture log;
-                const auto hive = openStore(makeRef<MemoryStripe>(image.finish()), mode);
-                EXPECT_TRUE(hive->cacheLoadRecord(last)) << size << " " << lastCell << " " << mode;
-                EXPECT_EQ(log.text(), "");
+                for (const u32 mode : {0u, 1u, 2u, 3u})
+                    EXPECT_TRUE(openStore(makeRef<MemoryStripe>(image.finish()), mode)->cacheLoadRecord(last))
+                        << size << " " << lastCell << " " << used << " " << mode;
             }
         }
     }
 }
 
-TEST(Discovery, RandomHivesGiveEveryCellAndTheFirstHbinWithRoom) {
+TEST(Discovery, RandomHivesGiveEveryCell) {
     Random random(4711);
     for (int round = 0; round < 60; ++round) {
         HiveImage image = randomImage(random, 1 + random() % 8);
         const std::vector<u8> file = image.finish();
         std::vector<Cell> cells = cellsOf(image);
-        std::map<u32, Cell> largest;  // by hbin; the first one of equals
-        for (const Cell& cell : cells)
-            if (!cell.used && cell.length > largest[cell.hbin].length) largest[cell.hbin] = cell;
         for (const u32 mode : {0u, 1u, 2u}) {
             const auto hive = openStore(makeRef<MemoryStripe>(file), mode);
             LogCapture log;
             std::shuffle(cells.begin(), cells.end(), random);
             for (const Cell& cell : cells)
-                ASSERT_TRUE(shows(load(hive, cell), file, cell.offset + 4096, cell.length)) << cell.offset;
+                ASSERT_TRUE(shows(hive->cacheLoadRecord(cell.offset, nullptr, !cell.used), file,
+                                  cell.offset + 4096, cell.length))
+                    << cell.offset;
             EXPECT_EQ(log.text(), "") << round;
-        }
-        for (const u32 size : {8u, 64u, 1000u, 5000u, 12000u}) {
-            const auto fits = std::find_if(largest.begin(), largest.end(),
-                                           [size](auto& entry) { return entry.second.length >= size; });
-            const u32 wanted =
-                fits != largest.end() ? fits->second.offset : static_cast<u32>(file.size() - 4096 + 32);
-            EXPECT_EQ(openStore(makeRef<MemoryStripe>(file), 0)->allocateRecord(size, nullptr), wanted);
-        }
-    }
-}
-
-TEST(Discovery, EveryFailedSeekOrReadIsCleanAndCanBeRetried) {
-    Random random(99);
-    HiveImage image = randomImage(random, 6);
-    const std::vector<u8> file = image.finish();
-    std::vector<Cell> cells = cellsOf(image);
-    std::shuffle(cells.begin(), cells.end(), random);
-    for (const u32 mode : {0u, 1u}) {
-        for (const u32 kind : {FailingStripe::seeks, FailingStripe::reads, FailingStripe::shortReads}) {
-            u64 index = 0;
-            for (bool failed = true; failed; ++index) {
-                const auto stripe = makeRef<FailingStripe>(makeRef<MemoryStripe>(file));
-                const auto hive = openStore(stripe, mode);
-                stripe->failAt(index, kind);
-                LogCapture log;
-                u32 refused = 0;
-                for (const bool retry : {false, true}) {
-                    for (const Cell& cell : cells) {
-                        const RecordView record = load(hive, cell);
-                        if (!record && !retry)
-                            ++refused;
-                        else
-                            ASSERT_TRUE(shows(record, file, cell.offset + 4096, cell.length))
-                                << kind << index;
-                    }
-                }
-                failed = stripe->failures() > 0;
-                EXPECT_EQ(refused, failed ? 1u : 0u) << kind << " " << index;
-                EXPECT_EQ(log.contains("3 Hive: Failed to "), failed) << log.text();
-            }
-            EXPECT_GT(index, 6u) << "each of the six hbins is loaded";
         }
     }
 }
@@ -202,19 +155,17 @@ TEST(Usage, AddsUpAllCellsAndStopsAtDamage) {
         (cell.used ? wanted.usedBytes : wanted.freeBytes) += cell.length;
         lastHbin = cell.hbin;
     }
-    for (const u32 mode : {0u, 1u, 5u}) {
-        ASSERT_TRUE(openStore(makeRef<MemoryStripe>(image.finish()), mode)->usage(usage)) << mode;
-        EXPECT_EQ(usage.hbins, 30u);
-        EXPECT_EQ(std::tie(usage.usedCells, usage.usedBytes, usage.freeCells, usage.freeBytes),
-                  std::tie(wanted.usedCells, wanted.usedBytes, wanted.freeCells, wanted.freeBytes));
-    }
-    for (const auto& [at, value] :
-         {std::pair(0u, 0u), {8u, 0u}, {8u, 4097u}, {8u, 7 * 4096u}, {32u, 0u}, {32u, 0x80000000u}}) {
+    for (const auto& [at, value] : {std::pair(4u, lastHbin), {0u, 0u}, {8u, 0u}, {8u, 4097u}, {32u, 0u}}) {
         HiveImage broken = image;
         broken.poke32(lastHbin + at, value);
-        EXPECT_FALSE(openStore(makeRef<MemoryStripe>(broken.finish()), 1)->usage(usage)) << at << value;
-        EXPECT_EQ(Error::get(), 0x200Cu);
-        EXPECT_EQ(usage.hbins, at == 32 ? 30u : 29u);
+        const bool intact = at == 4;
+        Error::set(0);
+        EXPECT_EQ(openStore(makeRef<MemoryStripe>(broken.finish()), 1)->usage(usage), intact) << at << value;
+        EXPECT_EQ(Error::get(), intact ? 0 : 0x200Cu);
+        EXPECT_EQ(usage.hbins, intact || at == 32 ? 30u : 29u);
+        if (!intact) continue;
+        EXPECT_EQ(std::tie(usage.usedCells, usage.usedBytes, usage.freeCells, usage.freeBytes),
+                  std::tie(wanted.usedCells, wanted.usedBytes, wanted.freeCells, wanted.freeBytes));
     }
 }
 

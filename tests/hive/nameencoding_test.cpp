@@ -62,31 +62,6 @@ TEST(NameEncoding, BytesAndCodePointsMapAsThePublishedTablesSay) {
     }
 }
 
-TEST(NameEncoding, TextBecomesBytesOnlyWhenEveryCharacterHasOne) {
-    struct {
-        std::u16string text;
-        std::string bytes[4];  // by code page; "-" for none
-    } const cases[] = {
-        {u"", {"", "", "", ""}},
-        {u"Wei\u00DF", {"-", "Wei\xDF", "Wei\xDF", "Wei\xDF"}},
-        {u"\u20AC\x7F", {"-", "-", "\x80\x7F", "\x80\x7F"}},
-        {u"\u0080", {"-", "\x80", "-", "-"}},
-        {u"\xD83D\xDE00", {"-", "-", "-", "-"}},
-    };
-    for (const auto& c : cases) {
-        for (u32 page = 0; page < 4; ++page) {
-            const auto text = String::create(c.text);
-            const HeapBuffer bytes = stringToBytes(text, static_cast<Page>(page));
-            ASSERT_EQ(bool(bytes), c.bytes[page] != "-") << text->toUtf8() << " " << page;
-            if (!bytes) continue;
-            EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.get()), c.text.size()), c.bytes[page]);
-            EXPECT_EQ(bytes[c.text.size()], 0) << "terminator";
-            EXPECT_TRUE(regNameToString(bytes.get(), static_cast<u32>(c.text.size()), static_cast<Page>(page))
-                            ->equal(text));
-        }
-    }
-}
-
 TEST(NameEncoding, AByteWithoutCharacterMakesANameUnreadable) {
     const u8 stored[] = {'a', 129, 'b'};  // 129 is a character of ISO 8859-1 only
     for (const Page page : PAGES) {

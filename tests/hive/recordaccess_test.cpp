@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/hive/cells.h"
-#include "tests/support/failingstripe.h"
 #include "tests/support/logcapture.h"
 
 using namespace Platform;
@@ -27,10 +26,12 @@ HiveImage twoHbins() {
 }
 
 TEST(RecordAccess, GivesCellsOfTheWantedKindAtTheirBoundariesOnly) {
+    const char* const overlong = "3 Hive: Length of record exceeds hbin\n";
     struct {
         u32 offset;
         bool wantFree;
-        const char* log;  // null when the record is to be found
+        const char* log;           // null when the record is to be found
+        u32 broken = 0, size = 0;  // a cell of the first hbin and the size it is given
     } const cases[] = {
         {32, false, nullptr},
         {48, true, nullptr},
@@ -47,11 +48,26 @@ TEST(RecordAccess, GivesCellsOfTheWantedKindAtTheirBoundariesOnly) {
         {8192 + 4096, false, ""},
         {0xFFFFEFF8, false, ""},
         {0xFFFFFFF8, true, ""},
+        {72, false, nullptr, 72, 0u - (8192 - 72)},
+        {72, false, overlong, 72, 0u - (8192 - 72) - 8},
+        {72, true, overlong, 72, 8192 - 72 + 8},
+        {72, true, "3 Hive: Attempt to access an used record (expected unused), record=48h (72)\n", 72,
+         0x80000000},
+        {72, false, "3 Hive: Record with 0 size -> HBIN is invalid, hbin: 0h (0)\n", 48, 0},
+        {32, false, nullptr, 48, 0},
+        {72, false, "3 Hive: Record is not valid: 48h (72)\n", 48, 0x80000000},
+        {32, false, nullptr, 32, 0u - 12},
+        {48, true, "3 Hive: Record is not valid: 30h (48)\n", 32, 0u - 12},
+        {72, false, nullptr, 32, 0u - 40},
+        {45, false, "3 Hive: Attempt to access an unused record, record=2dh (45)\n", 32, 0u - 13},
     };
-    HiveImage image = twoHbins();
-    for (const u32 mode : {0u, 1u}) {
-        const auto hive = openStore(makeRef<MemoryStripe>(image.finish()), mode);
-        for (const auto& c : cases) {
+    for (const auto& c : cases) {
+        for (const u32 mode : {0u, 1u}) {
+            if (c.broken && mode == 0) continue;  // a writable hive does not get as far
+            HiveImage image = twoHbins();
+            if (c.broken) image.poke32(c.broken, c.size);
+            const auto hive = openStore(makeRef<MemoryStripe>(image.finish()), mode);
+            EXPECT_TRUE(hive->cacheLoadRecord(8192 + 32));  // by now both hbins are known
             LogCapture log;
             u32 index = 77;
             const RecordView record = hive->cacheLoadRecord(c.offset, &index, c.wantFree);
@@ -66,61 +82,17 @@ TEST(RecordAccess, GivesCellsOfTheWantedKindAtTheirBoundariesOnly) {
 }
 
 TEST(RecordAccess, RefusesUnalignedOffsetsBeforeTheFileIsTouched) {
+    const auto stripe = makeRef<MemoryStripe>(twoHbins().finish());
     for (const u32 mode : {0u, 1u, 5u}) {
-        const auto stripe = makeRef<MemoryStripe>(twoHbins().finish());
         const auto hive = openStore(stripe, mode);
         stripe->counters = {};
-        LogCapture log;
         for (const u32 offset : {4u, 33u, 0xFFFFFFFFu}) {
-            Error::set(0);
+            LogCapture log;
             EXPECT_FALSE(hive->cacheLoadRecord(offset));
             EXPECT_EQ(Error::get(), 0x2006u);
+            EXPECT_TRUE(log.contains("4 Hive: Attempt to access record with invalid alignment, offset: "));
         }
-        EXPECT_EQ(log.count("4 Hive: Attempt to access record with invalid alignment, offset: "), 3u);
         EXPECT_EQ(stripe->counters.seeks + stripe->counters.reads, 0u) << mode;
-    }
-}
-
-TEST(RecordAccess, BrokenCellsAreRefusedWithTheHbinsOtherCellsIntact) {
-    struct {
-        u32 at, size;  // the cell broken
-        u32 offset;    // the cell asked for
-        bool wantFree, found;
-        const char* log;
-    } const cases[] = {
-        {72, 0u - (8192 - 72), 72, false, true, ""},
-        {72, 0u - (8192 - 72) - 8, 72, false, false, "3 Hive: Length of record exceeds hbin\n"},
-        {72, 8192 - 72 + 8, 72, true, false, "3 Hive: Length of record exceeds hbin\n"},
-        {72, 0x80000000, 72, true, false, ""},
-        {48, 0, 72, false, false, "3 Hive: Record with 0 size -> HBIN is invalid, hbin: 0h (0)\n"},
-        {48, 0, 32, false, true, ""},
-        {48, 0x80000000, 72, false, false, "3 Hive: Record is not valid: 48h (72)\n"},
-        {32, 0u - 12, 32, false, true, ""},
-        {32, 0u - 12, 48, true, false, "3 Hive: Record is not valid: 30h (48)\n"},
-        {32, 0u - 40, 72, false, true, ""},
-        {32, 0u - 13, 45, false, false, "3 Hive: Attempt to access an unused record, record=2dh (45)\n"},
-    };
-    for (const auto& c : cases) {
-        HiveImage image = twoHbins();
-        image.poke32(c.at, c.size);
-        const auto hive = openStore(makeRef<MemoryStripe>(image.finish()), 1);
-        LogCapture log;
-        EXPECT_EQ(bool(hive->cacheLoadRecord(c.offset, nullptr, c.wantFree)), c.found) << c.size;
-        EXPECT_TRUE(log.contains(c.log)) << c.size << log.text();
-        EXPECT_TRUE(hive->cacheLoadRecord(8192 + 32));
-    }
-}
-
-TEST(RecordAccess, AnHbinThatChangedBehindTheTableIsRefused) {
-    for (const u32 field : {4u, 8u}) {
-        HiveImage image = twoHbins();
-        const auto stripe = makeRef<MemoryStripe>(image.finish());
-        const auto hive = openStore(stripe, 1);
-        ASSERT_TRUE(hive->cacheLoadRecord(8192 + 32));  // finds the first hbin without loading it
-        stripe->bytes()[4096 + field + 1] ^= 0x40;
-        LogCapture log;
-        EXPECT_FALSE(hive->cacheLoadRecord(32));
-        EXPECT_TRUE(log.contains("== L32ToHost(hbin_ptr->")) << log.text();
     }
 }
 
@@ -129,68 +101,14 @@ TEST(RecordAccess, NothingIsReadBehindTheCacheMemory) {
     image.addHbin(MIB);
     image.allocate(MIB - 32 - 16);
     const u32 last = image.allocate(16);
-    image.poke32(last + 4, 0xAABBCCDD);
-    for (const u32 mode : {0u, 1u}) {
-        const auto hive = openStore(makeRef<MemoryStripe>(image.finish()), mode);
-        const RecordView record = hive->cacheLoadRecord(last);  // ends where the cache memory does
-        ASSERT_TRUE(record);
-        EXPECT_EQ(record.u32At(4), 0xAABBCCDDu);
-        for (const u64 offset : {u64{16}, u64{20}, u64{MIB}, u64{1} << 40})
-            EXPECT_EQ(record.u32At(offset), 0u);
-        std::vector<u8> bytes(64, 0xEE);
-        record.copy(bytes.data(), 4, bytes.size());
-        EXPECT_TRUE(std::all_of(bytes.begin() + 12, bytes.end(), [](u8 byte) { return byte == 0; }));
-        EXPECT_EQ(record.as<hive_record_nk>().nameLength, 0u);
-    }
-}
-
-TEST(HbinCache, AnHbinWithoutRoomEmptiesTheCacheAfterWritingIt) {
-    HiveImage image;
-    image.addHbin(MIB - 4096);
-    const u32 first = image.allocate(64);
-    image.addHbin(8192);
-    const u32 second = image.allocate(64);
-    const auto store = makeRef<MemoryStripe>(image.finish());
-    const auto stripe = makeRef<FailingStripe>(store);
-    const auto hive = openStore(stripe, 0);
-    const u8 mark[] = {0x5A};
-    ASSERT_TRUE(hive->writeRecord(first, mark, 4, 1));
-
-    stripe->failAt(0, FailingStripe::writes, true);
-    LogCapture log;
-    EXPECT_FALSE(hive->cacheLoadRecord(second));
-    EXPECT_EQ(log.count("Flush failed"), 1u) << log.text();
-    EXPECT_EQ(hive->cacheLoadRecord(first).u16At(4), 0x5A) << "the change was lost";
-
-    stripe->count();
-    store->counters = {};
-    ASSERT_TRUE(hive->cacheLoadRecord(second));
-    EXPECT_EQ(store->counters.bytesWritten, MIB - 4096u);
-    EXPECT_EQ(store->bytes()[4096 + first + 4], 0x5A);
-    store->counters = {};
-    EXPECT_EQ(hive->cacheLoadRecord(first).u16At(4), 0x5A);  // 1 MiB - 4096 no longer fits beside the second
-    EXPECT_EQ(store->counters.bytesRead, MIB - 4096u);
-    EXPECT_EQ(store->counters.bytesWritten, 0u) << "nothing had changed";
-}
-
-TEST(HbinCache, AnHbinLargerThanTheCacheMakesItTwiceThatLarge) {
-    HiveImage image;
-    std::vector<u32> records;
-    for (const u32 size : {4096u, 3 * MIB, MIB, 2 * MIB}) {
-        image.addHbin(size);
-        records.push_back(image.allocate(64));
-    }
-    const auto stripe = makeRef<MemoryStripe>(image.finish());
-    const auto hive = openStore(stripe, 1);
-    const auto read = [&](u32 i) {
-        const u64 before = stripe->counters.bytesRead;
-        EXPECT_TRUE(hive->cacheLoadRecord(records[i]));
-        return stripe->counters.bytesRead - before;
-    };
-    for (const u32 i : {1u, 2u, 3u}) read(i);
-    for (const u32 i : {1u, 2u, 3u}) EXPECT_EQ(read(i), 0u) << "6 MiB did not hold hbin " << i;
-    EXPECT_EQ(read(0), 4096u);
-    for (const u32 i : {1u, 2u, 3u}) EXPECT_GT(read(i), 0u) << "more than 6 MiB, or hbin 0 was squeezed in";
+    const auto hive = openStore(makeRef<MemoryStripe>(image.finish()), 1);
+    const RecordView record = hive->cacheLoadRecord(last);  // ends where the cache memory does
+    ASSERT_TRUE(record);
+    for (const u64 offset : {u64{16}, u64{20}, u64{MIB}, u64{1} << 40}) EXPECT_EQ(record.u32At(offset), 0u);
+    std::vector<u8> bytes(64, 0xEE);
+    record.copy(bytes.data(), 4, bytes.size());
+    EXPECT_TRUE(std::all_of(bytes.begin() + 12, bytes.end(), [](u8 byte) { return byte == 0; }));
+    EXPECT_EQ(record.as<hive_record_nk>().nameLength, 0u);
 }
 
 TEST(HbinCache, AnHbinThatNoCacheCanHoldMakesTheHiveInvalid) {

@@ -24,7 +24,7 @@ class FaultyStripe final : public Platform::Object, public virtual Interfaces::S
         return stripe;
     }
 
-    u32 elementSize() override { return elements; }
+    u32 elementSize() override { return 1; }
     u64 seek(u64 position) override { return _position = std::min(position, elementCount()); }
     u64 pos() override { return _position; }
     u64 read(Platform::ShPtr destination, u64 count, u32) override {
@@ -40,7 +40,6 @@ class FaultyStripe final : public Platform::Object, public virtual Interfaces::S
             Platform::Error::set(failure);
             return 0;
         }
-        ++writes;
         bytes.resize(std::max<u64>(bytes.size(), _position + count));
         Platform::Mem::copy(bytes.data() + _position, source.address(), count);
         _position += count;
@@ -59,8 +58,6 @@ class FaultyStripe final : public Platform::Object, public virtual Interfaces::S
     void unmap(Platform::ShHandle) override {}
 
     std::string bytes;
-    u32 elements = 1;
-    u64 writes = 0;
 
  private:
     u64 _step = 0;

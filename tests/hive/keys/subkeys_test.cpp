@@ -28,7 +28,6 @@ void expectAllFound(KeyObj& key, u32 count) {
         EXPECT_EQ(position, number / 2);
         ASSERT_EQ(bool(found), number % 2 == 1) << number;
         EXPECT_EQ(Platform::Error::get(), found ? 0 : 0x1003u);
-        EXPECT_EQ(found, key.key(name));
         EXPECT_TRUE(!found || found == key.key(position)) << number;
         EXPECT_EQ(key.linearFindKey(name, &position), found);
         EXPECT_EQ(position, found ? number / 2 : NO_POSITION);
@@ -48,7 +47,7 @@ TEST(Subkeys, EachVersionTakesItsOwnKindsOfList) {
                  {ListKind::riLh, {sublist, nullptr}},
                  {ListKind::riLi, {nullptr, sublist}}};
     for (const auto& test : cases)
-        for (const u32 count : {1u, 2u, 3u, 8u, 21u})
+        for (const u32 count : {1u, 2u, 21u})
             for (const u32 minor : {3u, 5u}) {
                 SCOPED_TRACE(testing::Message() << minor << " " << int(test.list) << " " << count);
                 HiveBuilder builder(minor);
@@ -88,12 +87,10 @@ TEST(Subkeys, BrokenListsAreRefused) {
         {3, li, nk, 24, numberBytes(5), "3 Hive: Failed to load li (top level) key list:"},
         {5, lh, nk, 24, numberBytes(3), "3 Hive: More items in lh list than expected"},
         {3, lf, nk, 24, numberBytes(3), "3 Hive: More items in lf list than expected"},
-        {3, li, nk, 24, numberBytes(3), "3 Hive: More items in li list than expected"},
         {5, lh, top, 6, numberBytes(5, 2), "3 Hive: Size of items of lh list exceeds size of record"},
         {3, lf, top, 6, numberBytes(5, 2), "3 Hive: Size of items of lf list exceeds size of record"},
         {3, li, top, 6, numberBytes(5, 2), "3 Hive: Size of items of li list exceeds size of record"},
         {3, lf, nk, 24, numberBytes(65540), "3 Hive: Failed to load lf key list"},  // 4 in its low 16 bits
-        {5, lh, nk, 24, numberBytes(NO_POSITION), "3 Hive: Failed to load lh key list"},
         {5, riLh, nk, 24, numberBytes(NO_POSITION), wrongTotal},
         {3, riLi, nk, 24, numberBytes(5), wrongTotal},
         {3, riLi, nk, 24, numberBytes(3), "3 Hive: More items in li list than expected"},
@@ -123,19 +120,15 @@ TEST(Subkeys, BrokenListsAreRefused) {
     }
 }
 
-TEST(Subkeys, KeyWithoutSubkeysNeedsNoList) {
-    for (const bool hasList : {false, true}) {
-        HiveBuilder builder;
-        builder.build(parentOf(2, ListKind::lh));
-        builder.poke32(builder.key().record + 24, 0);
-        if (!hasList) builder.poke32(builder.key().record + 32, NO_POSITION);
-        const OpenedHive opened(builder);
-        const auto root = opened.root();
-        LogCapture logged;
-        EXPECT_TRUE(root->initSubkeys());
-        expectAllFound(*root, 0);
-        EXPECT_EQ(logged.contains("More items in lh list than expected"), hasList);
-    }
+TEST(Subkeys, ListOfAKeyWithoutSubkeysIsNoFailure) {
+    HiveBuilder builder;
+    builder.build(parentOf(2, ListKind::lh));
+    builder.poke32(builder.key().record + 24, 0);
+    const auto root = OpenedHive(builder).root();
+    LogCapture logged;
+    EXPECT_TRUE(root->initSubkeys());
+    expectAllFound(*root, 0);
+    EXPECT_TRUE(logged.contains("More items in lh list than expected"));
 }
 
 TEST(Subkeys, UnreadableSubkeyStopsTheBinarySearchOnly) {
@@ -155,60 +148,36 @@ TEST(Subkeys, UnreadableSubkeyStopsTheBinarySearchOnly) {
 }
 
 TEST(Subkeys, NamelessSubkeyMakesTheSearchLinearWhereAllowed) {
-    for (const u32 modeBit : {0u, 0x8u, 0x10u, 0x80u})
-        for (const u32 nameLength : {0u, 3u}) {  // of the middle one's; its 3 bytes are no ASCII
-            SCOPED_TRACE(testing::Message() << modeBit << " " << nameLength);
-            HiveBuilder builder;
-            builder.build(parentOf(5, ListKind::lh));
-            builder.poke16(builder.key(u"k05").record + 76, nameLength);
-            builder.poke(builder.key(u"k05").record + 80, "\xE4");
-            const OpenedHive opened(builder, HiveFile::modeReadOnly | modeBit, HiveFile::hiveCodepageAscii);
-            LogCapture logged;
-            const bool linear = modeBit >= 0x10;
-            u32 position = 77;
-            EXPECT_EQ(bool(opened.root()->key(text(u"K01"))), linear)
-                << "lies in front of a name that is too low";
-            EXPECT_TRUE(opened.root()->key(text(u"K09")));
-            EXPECT_FALSE(opened.root()->binaryFindKey(text(u"k05"), &position));
-            EXPECT_EQ(position, linear ? NO_POSITION : 3);
-            EXPECT_EQ(Platform::Error::get(), 0x1003u);
-            EXPECT_EQ(logged.contains("Can't get name of other key for binary search, using linear fallback"),
-                      linear);
-        }
+    HiveBuilder builder;
+    builder.build(parentOf(5, ListKind::lh));
+    builder.poke(builder.key(u"k05").record + 80, "\xE4");  // no ASCII
+    for (const u32 modeBit : {0u, 0x8u, 0x10u, 0x80u}) {
+        SCOPED_TRACE(modeBit);
+        const OpenedHive opened(builder, HiveFile::modeReadOnly | modeBit, HiveFile::hiveCodepageAscii);
+        LogCapture logged;
+        const bool linear = modeBit >= 0x10;
+        EXPECT_EQ(bool(opened.root()->key(text(u"K01"))), linear)
+            << "lies in front of a name that is too low";
+        EXPECT_TRUE(opened.root()->key(text(u"K09")));
+        EXPECT_FALSE(opened.root()->key(text(u"k05")));
+        EXPECT_EQ(Platform::Error::get(), 0x1003u);
+        EXPECT_EQ(logged.contains("Can't get name of other key for binary search, using linear fallback"),
+                  linear);
+    }
 }
 
-TEST(Subkeys, Hashes) {
-    constexpr auto latin1 = HiveFile::hiveCodepageLatin1;
-    const struct {
-        KeyListType type;
-        const char16_t* name;
-        HiveFile::HiveCodepage codepage;
-        bool compressed;
-        bool encodable;  // otherwise it takes leniency
-        u32 hash;        // lf: the hint's bytes as a little-endian number
-    } cases[] = {
-        {keyListLH, u"ab", latin1, true, true, 2471},
-        {keyListLH, u"\u20ACa", latin1, false, true, 0x20AC * 37 + 65},
-        {keyListLH, u"\u20ACa", HiveFile::hiveCodepageCp1252, true, true, 0x80 * 37 + 65},
-        {keyListLH, u"a\u00FF", latin1, true, false, 65 * 37},  // its upper case is U+0178
-        {keyListLH, u"a\u00FF", latin1, false, true, 65 * 37 + 0x178},
-        {keyListLF, u"Ab", latin1, true, true, 0x6241},
-        {keyListLF, u"abcd\u20AC", latin1, false, true, 0x64636261},
-        {keyListLF, u"a\u20ACb", latin1, false, false, 0x620061},
-        {keyListLF, u"a\u20ACb", HiveFile::hiveCodepageCp1250, false, true, 0x628061},
-    };
+/// Hashes are made of the bytes in the hive's code page; what has none there takes leniency.
+TEST(Subkeys, HashesFollowTheCodePage) {
     HiveBuilder builder;
     builder.build({});
     SubkeyHash hash{};
-    for (const auto& test : cases) {
-        SCOPED_TRACE(utf8(text(test.name)));
-        const auto root = OpenedHive(builder, HiveFile::modeReadOnly, test.codepage).root();
-        EXPECT_EQ(root->makeHash(test.type, text(test.name), hash, test.compressed, false), test.encodable);
-        ASSERT_TRUE(root->makeHash(test.type, text(test.name), hash, test.compressed, true));
-        const std::vector<u8> hint(hash.hint, hash.hint + 4);
-        EXPECT_EQ(test.type == keyListLH ? numberBytes(hash.hash) : hint, numberBytes(test.hash));
-    }
-    EXPECT_FALSE(OpenedHive(builder).root()->makeHash(keyListLI, text(u"a"), hash, true, true));
+    const auto cp1252 = OpenedHive(builder, HiveFile::modeReadOnly, HiveFile::hiveCodepageCp1252).root();
+    EXPECT_TRUE(cp1252->makeHash(keyListLH, text(u"\u20ACa"), hash, true, false));
+    EXPECT_EQ(hash.hash, 0x80u * 37 + 65);
+    const auto latin1 = OpenedHive(builder).root();
+    EXPECT_FALSE(latin1->makeHash(keyListLH, text(u"a\u00FF"), hash, true, false)) << "U+0178 in upper case";
+    EXPECT_TRUE(latin1->makeHash(keyListLH, text(u"a\u00FF"), hash, true, true));
+    EXPECT_EQ(hash.hash, 65u * 37);
 }
 
 }  // namespace

@@ -81,14 +81,11 @@ TEST(Resize, EveryFormToEveryOther) {
         std::vector<u32> cells13, cells15;  // lengths; of a db list: db, list, fragments
     } const forms[] = {
         {0, {}, {}},
-        {1, {}, {}},
         {4, {}, {}},
         {5, {16}, {16}},
-        {12, {16}, {16}},
         {13, {24}, {24}},
         {16344, {16352}, {16352}},
         {16345, {16352}, {16, 16, 16352, 16352}},
-        {32688, {32696}, {16, 16, 16352, 16352}},
         {32689, {32696}, {16, 16, 16352, 16352, 16352}},
         {65377, {65384}, {16, 24, 16352, 16352, 16352, 16352, 16352}},
     };
@@ -97,7 +94,7 @@ TEST(Resize, EveryFormToEveryOther) {
             for (const auto& to : forms) {
                 SCOPED_TRACE(testing::Message() << "1." << minor << " " << from.size << " to " << to.size);
                 Hive hive(emptyHive(minor));
-                Ref<ValueObj> value = hive.create(u"v");
+                const Ref<ValueObj> value = hive.create(u"v");
                 const HiveUsage before = hive.usage();
                 const auto data = patternBytes(from.size, 5);
                 ASSERT_TRUE(put(value, data));
@@ -107,18 +104,11 @@ TEST(Resize, EveryFormToEveryOther) {
                 ASSERT_EQ(now.size(), to.size);
                 now.resize(kept.size());
                 EXPECT_TRUE(now == kept);
-                const u32 vk = value->recordOfs();
                 EXPECT_TRUE(hive.hive->flush());
                 EXPECT_EQ(hiveFaults(hive.store->bytes()), SOUND);
                 // A cell that shrinks by less than a cell keeps nothing: lengths are exact every time.
-                EXPECT_EQ(formOnDisk(hive, vk, minor, to.size), minor == 3 ? to.cells13 : to.cells15);
-                value.reset();
-                hive.open();
-                value = hive.value(u"v");
-                ASSERT_TRUE(value && value->valid());
-                const auto full = patternBytes(to.size, 6);
-                EXPECT_TRUE(put(value, full));
-                EXPECT_TRUE(dataOf(value) == full);
+                EXPECT_EQ(formOnDisk(hive, value->recordOfs(), minor, to.size),
+                          minor == 3 ? to.cells13 : to.cells15);
                 EXPECT_EQ(value->size(0), 0u);
                 const HiveUsage after = hive.usage();
                 EXPECT_EQ(after.usedCells, before.usedCells);
@@ -129,7 +119,7 @@ TEST(Resize, EveryFormToEveryOther) {
 TEST(Resize, RefusesLengthsThatCannotBeStored) {
     for (const u32 minor : {3u, 5u})
         for (const u32 size : {0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu, minor == 3 ? 0x7FFFFFF5u : 1071104041u})
-            for (const u32 start : {3u, 100u, 40000u}) {
+            for (const u32 start : {3u, 40000u}) {
                 Hive hive(emptyHive(minor));
                 const auto value = hive.create(u"v");
                 ASSERT_TRUE(put(value, patternBytes(start)));
@@ -150,64 +140,48 @@ Ref<TVector<Ref<String>>> list(std::initializer_list<std::u16string_view> texts)
     return result;
 }
 
-TEST(Resize, TypedWriters) {
-    const auto textBytes = [](std::u16string_view units) { return utf16Bytes(units); };
+TEST(Write, TypedWriters) {
+    using namespace std::literals;
     const u64 wide = 0x1122334455667788;
     using Op = std::function<bool(ValueObj&)>;
-    const Op setText = [](ValueObj& v) { return v.setString(text(u"abc")); };
-    const Op setCut = [](ValueObj& v) { return v.setString(text(std::u16string_view(u"ab\0c", 4))); };
-    const Op setNothing = [](ValueObj& v) { return v.setStrings(list({})); };
+    const Op setCut = [](ValueObj& v) { return v.setString(text(u"ab\0c"sv)); };
     const Op setTwo = [](ValueObj& v) { return v.setStrings(list({u"a", u"\xD83D\xDE00"})); };
+    const Op setNothing = [](ValueObj& v) { return v.setStrings(list({})); };
     const Op setSmall = [](ValueObj& v) { return v.setNumber(0x01020304); };
-    const Op setWide = [=](ValueObj& v) { return v.setNumber(wide); };
-    const Op setOdd = [](ValueObj& v) { return v.size(5) == 5 && v.setNumber(1); };
-    const Op noText = [](ValueObj& v) { return v.setString(nullptr); };
-    const Op noList = [](ValueObj& v) { return v.setStrings(nullptr); };
+    const Op setWide = [](ValueObj& v) { return v.setNumber(wide); };
     struct {
         u32 type;
         Op set;
         u32 error;
         std::vector<u8> data;  // afterwards
     } const cases[] = {
-        {1, setText, 0, textBytes(std::u16string_view(u"abc\0", 4))},
-        {2, setText, 0, textBytes(std::u16string_view(u"abc\0", 4))},
-        {1, setCut, 0, textBytes(std::u16string_view(u"ab\0", 3))},
+        {1, setCut, 0, utf16Bytes(u"ab\0"sv)},
         {7, setNothing, 0, {0, 0}},
-        {7, setTwo, 0, textBytes(std::u16string_view(u"a\0\xD83D\xDE00\0\0", 6))},
+        {7, setTwo, 0, utf16Bytes(u"a\0\xD83D\xDE00\0\0"sv)},
         {4, setSmall, 0, {4, 3, 2, 1}},
         {5, setSmall, 0, {1, 2, 3, 4}},
         {11, setSmall, 0, {4, 3, 2, 1, 0, 0, 0, 0}},
         {11, setWide, 0, numberBytes(wide, 8)},
         {4, setWide, ErrorCode::numberTooLarge, {0, 0, 0, 0}},
-        {5, setWide, ErrorCode::numberTooLarge, {0, 0, 0, 0}},
-        {7, setText, ErrorCode::wrongType, {}},
-        {3, setText, ErrorCode::wrongType, {}},
+        {7, setCut, ErrorCode::wrongType, {}},
         {1, setTwo, ErrorCode::wrongType, {}},
         {3, setSmall, ErrorCode::wrongType, {}},
-        {1, noText, ErrorCode::nullArgument, {}},
-        {7, noList, ErrorCode::nullArgument, {}},
+        {1, [](ValueObj& v) { return v.setString(nullptr); }, ErrorCode::nullArgument, {}},
+        {7, [](ValueObj& v) { return v.setStrings(nullptr); }, ErrorCode::nullArgument, {}},
     };
     for (const auto& c : cases) {
-        Hive hive(emptyHive(5));
-        const auto type = static_cast<Value::ValueType>(c.type);
-        Ref<ValueObj> value = hive.create(u"v", type);
         SCOPED_TRACE(testing::Message() << "type " << c.type << " case " << &c - cases);
+        Hive hive(emptyHive(5));
+        const Ref<ValueObj> value = hive.create(u"v", static_cast<Value::ValueType>(c.type));
         Error::set(0);
         EXPECT_EQ(c.set(*value), c.error == 0);
         EXPECT_EQ(Error::get(), c.error);
         EXPECT_EQ(dataOf(value), c.data);
-        if (c.type == 4 || c.type == 11) {
-            EXPECT_FALSE(setOdd(*value));
+        if (c.error) continue;
+        if (c.set(*value) && (c.type == 4 || c.type == 11)) {
+            EXPECT_TRUE(value->size(5) == 5 && !c.set(*value));
             EXPECT_EQ(Error::get(), ErrorCode::wrongNumberLength);
         }
-        value.reset();
-        if (c.error) continue;
-        hive.open(HiveFile::modeReadOnly);
-        value = hive.value(u"v");
-        EXPECT_FALSE(c.set(*value));
-        EXPECT_EQ(Error::get(), ErrorCode::readOnly);
-        hive.open();
-        value = hive.value(u"v");
         ASSERT_TRUE(hive.hive->rootObj()->deleteValue(value));
         EXPECT_FALSE(c.set(*value));
         EXPECT_EQ(Error::get(), ErrorCode::invalidObject);
@@ -215,34 +189,22 @@ TEST(Resize, TypedWriters) {
     }
 }
 
-TEST(Resize, NamesAndTypesOnDisk) {
+TEST(Write, NamesAndTypesOnDisk) {
     struct {
         std::u16string name;
-        u32 error;
-        u32 bytes, compressed;  // as stored
+        u32 bytes, compressed;
     } const cases[] = {
-        {u"", 0, 0, 1},
-        {u"Gr\u00F6\u00DFe", 0, 5, 1},
-        {u"\u043A\u043B\u044E\u0447", 0, 8, 0},
-        {std::u16string(16383, u'n'), 0, 16383, 1},
-        {std::u16string(16383, u'\u0416'), 0, 32766, 0},
-        {std::u16string(16384, u'n'), ErrorCode::valueNameTooLong, 0, 0},
+        {u"", 0, 1},
+        {u"Gr\u00F6\u00DFe", 5, 1},
+        {std::u16string(16383, u'\u0416'), 32766, 0},
     };
     for (const auto& c : cases)
         for (const bool rename : {false, true}) {
             Hive hive(emptyHive(5));
-            const Ref<KeyObj> root = hive.hive->rootObj();
-            Ref<ValueObj> value =
-                hive.create(rename ? u"old" : std::u16string_view(c.name), Value::valueDword);
+            const auto value = hive.create(rename ? u"old" : std::u16string_view(c.name));
             // Not the last of the list: renaming that one leaves a trace in the list.
             const auto last = rename ? hive.create(u"last") : nullptr;
-            if (rename) Error::set(0);
-            if (rename ? !root->move(value, text(c.name)) : !value) {
-                EXPECT_EQ(Error::get(), c.error + (rename ? ErrorCode::badValueName - c.error : 0));
-                EXPECT_NE(c.error, 0u);
-                continue;
-            }
-            ASSERT_EQ(c.error, 0u) << c.name.size();
+            ASSERT_TRUE(!rename || hive.hive->rootObj()->move(value, text(c.name)));
             EXPECT_TRUE(value->setType(static_cast<Value::ValueType>(0x12345)));
             EXPECT_TRUE(hive.hive->flush());
             const u32 vk = value->recordOfs();
@@ -252,16 +214,13 @@ TEST(Resize, NamesAndTypesOnDisk) {
             // A renamed record asks for two bytes more.
             EXPECT_EQ(0 - hive.at(vk), (24 + c.bytes + 2 * rename + 7) / 8 * 8);
             EXPECT_EQ(hiveFaults(hive.store->bytes()), SOUND);
-            value.reset();
-            hive.open();
-            value = hive.value(c.name);
-            ASSERT_TRUE(value);
-            EXPECT_EQ(value->type(), 0x12345u);
-            EXPECT_EQ(dataOf(value), std::vector<u8>(4));
         }
+    Hive hive(emptyHive(5));
+    EXPECT_FALSE(hive.create(std::u16string(16384, u'n')));
+    EXPECT_EQ(Error::get(), ErrorCode::valueNameTooLong);
 }
 
-TEST(Resize, AsAStripe) {
+TEST(Write, StripesResizeBinaryValuesOnly) {
     struct {
         Value::ValueType type;
         u32 mode;
@@ -269,29 +228,17 @@ TEST(Resize, AsAStripe) {
         u32 error;
     } const cases[] = {
         {Value::valueBinary, 0, 50, 50, 0},
-        {Value::valueBinary, 0, 40000, 40000, 0},
         {Value::valueString, 0, 50, 10, 0},
         {Value::valueString, HiveFile::modeResizeAll, 50, 50, 0},
         {Value::valueBinary, 0, 0x100000000, 0, ErrorCode::wrongArgument},
-        {Value::valueBinary, 0, 0xFFFFFFFF, 10, ErrorCode::allocationFailed},
     };
     for (const auto& c : cases) {
         Hive hive(emptyHive(5), c.mode);
         const auto value = hive.create(u"v", c.type);
         ASSERT_TRUE(put(value, patternBytes(10)));
-        const auto stripe = value->binary();
         Error::set(0);
-        EXPECT_EQ(stripe->setElementCount(c.asked), c.result) << c.asked;
+        EXPECT_EQ(value->binary()->setElementCount(c.asked), c.result) << c.asked;
         EXPECT_EQ(Error::get(), c.error);
-        const u64 size = stripe->elementCount();
-        EXPECT_EQ(stripe->seek(size + 1), size);
-        const auto data = patternBytes(4, 9);
-        EXPECT_EQ(stripe->seek(size - 4), size - 4);
-        EXPECT_EQ(stripe->write(ShPtr::fromConst(data.data()), 4, 0), 4u);
-        EXPECT_EQ(stripe->pos(), size);
-        auto now = dataOf(value);
-        EXPECT_TRUE(std::equal(data.begin(), data.end(), now.end() - 4));
-        EXPECT_TRUE(std::equal(now.begin(), now.begin() + 6, patternBytes(10).begin()));
     }
 }
 

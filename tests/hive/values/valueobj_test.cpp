@@ -35,10 +35,8 @@ TEST(ValueObj, BrokenRecordGivesAnInvalidValue) {
         {0, numberBytes(32), unreadable, 0},  // free
         {4, {'n', 'k'}, "4 Hive: Value record is no vk record: ", 0},
         {6, numberBytes(9, 2), longName, 0},
-        {6, numberBytes(0xFFFF, 2), longName, 0},
         {0, numberBytes(0u - 8), longName, 0},
         {8, numberBytes(0x80000005), longData, 0x200C},
-        {8, numberBytes(0xFFFFFFFF), longData, 0x200C},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(testing::Message() << test.at << " " << test.logged);
@@ -108,12 +106,10 @@ TEST(ValueObj, BrokenDataIsRefused) {
          "size value in vk recordsize in vk: 65h (101)size of data element: 68h", 0x200C},
         {16344, data, 0, numberBytes(0u - 16344), "4 Hive: Size of data element is smaller than size value",
          0x200C},
-        {100, vk, 8, numberBytes(40000), "4 Hive: Invalid record type: Expected db, is: ", 0x200C},
         {40000, data, 4, {'b', 'd'}, "4 Hive: Invalid record type: Expected db, is: bd", 0x200C},
         {40000, data, 0, numberBytes(0u - 8), "4 Hive: Size too small for db record: 8h (8)", 0x200C},
         {40000, vk, 8, numberBytes(3 * FRAGMENT + 1), tooFew, 0x200C},
         {2 * FRAGMENT + 1, data, 6, numberBytes(2, 2), tooFew, 0x200C},
-        {40000, data, 6, numberBytes(0, 2), tooFew, 0x200C},
         {40000, data, 6, numberBytes(4, 2), "4 Hive: Size of fragment list is smaller than size of expec",
          0x200C},
         {40000, data, 8, numberBytes(0xFFFFFFF8), "", 0},
