@@ -59,9 +59,11 @@ bool RegFileImportHandler::fail(std::initializer_list<Piece> message, std::initi
         for (const Piece& piece : details) log(1, Channel::regImporter, textOf(piece));
         return false;
     }
+    bool blankStands = text->view().ends_with(u' ');  // most messages end in one
     for (const Piece& piece : details) {
-        if (!text->view().ends_with(u' ')) text = text->concat(String::create(u" "));
+        if (!blankStands) text = text->concat(String::create(u" "));
         text = text->concat(textOf(piece));
+        blankStands = false;
     }
     _errorPrinter->print(text);
     _errorPrinter->endLine();

@@ -167,7 +167,7 @@ TEST(Import, FailureNamesLineAndReason) {
         std::string printed = line + test.message;
         std::string logged = "3 HiveRegImporter: " + line + forLog(test.message) + "\n";
         for (const std::string& detail : test.details) {
-            printed += (printed.ends_with(" ") ? "" : " ") + detail;
+            printed += (printed.ends_with(" ") && detail == test.details.front() ? "" : " ") + detail;
             logged += "1 HiveRegImporter: " + forLog(detail) + "\n";
         }
         const std::string result = std::to_string(test.result);
