@@ -225,14 +225,14 @@ class KeysModel {
     u64 _most = 0;  // subkeys that one key had
 };
 
-/// HIVE_TEST_OUT may name a directory to leave the files in, for another checker.
+/// HIVE_MODEL_FILES may name a directory to leave the files in, for another checker.
 TEST(KeysModel, RandomOperationsMatchInBothVersions) {
     for (const u32 minor : {3u, 5u}) {
         SCOPED_TRACE(minor);
         KeysModel model(minor);
         model.run();
-        if (const char* directory = std::getenv("HIVE_TEST_OUT"))
-            model.save(std::string(directory) + "/keys-1." + std::to_string(minor) + ".hive");
+        if (const char* directory = std::getenv("HIVE_MODEL_FILES"))
+            model.save(std::string(directory) + "/keys-1." + std::to_string(minor) + "-sound.hive");
     }
 }
 
