@@ -6,6 +6,7 @@ cd "$ROOT"
 
 BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libgtest-dev libbenchmark-dev)
 TEST_PACKAGES=(python3 unicode-data)
+BENCH_PACKAGES=(libsqlite3-dev liblmdb-dev valgrind)  # the benchmark alone
 CHECK_PACKAGES=(clang libclang-rt-14-dev clang-format)
 
 # Parallel jobs of builds and test runs; set JOBS to share a machine.
