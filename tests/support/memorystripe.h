@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "tests/support/teststripe.h"
@@ -10,9 +11,12 @@ namespace HiveTest {
 class MemoryStripe final : public TestStripe {
  public:
     explicit MemoryStripe(std::vector<u8> bytes = {}, u32 elementSize = 1);
+    explicit MemoryStripe(const std::string& text)
+        : MemoryStripe(std::vector<u8>(text.begin(), text.end())) {}
 
     /// The bytes held, to look at or to change behind the reader's back. Positions are not moved.
     std::vector<u8>& bytes() { return _bytes; }
+    std::string text() const { return {_bytes.begin(), _bytes.end()}; }
 
  private:
     u64 byteCount() const override { return _bytes.size(); }

@@ -18,7 +18,7 @@ u64 TestStripe::seek(u64 position) {
 u64 TestStripe::read(ShPtr destination, u64 count, u32) {
     ++counters.reads;
     const u64 left = elementCount() - std::min(_position, elementCount());  // it may have shrunk meanwhile
-    const u64 taken = std::min(count, left);
+    const u64 taken = std::min({count, left, mostAtOnce});
     load(_position * _elementSize, destination.address(), taken * _elementSize);
     counters.bytesRead += taken * _elementSize;
     _position += taken;

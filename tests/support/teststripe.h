@@ -24,6 +24,9 @@ class TestStripe : public Platform::Object, public virtual Interfaces::Stripe {
     };
     Counters counters;
 
+    /// The most elements that one call to `read` hands over.
+    u64 mostAtOnce = ~u64{0};
+
     /// The most elements the store may grow to; growing further fails with ENOSPC.
     void setMaxElementCount(u64 count) { _maxCount = count; }
 
