@@ -5,11 +5,8 @@
 
 namespace {
 
-using namespace HiveTest;  // NOLINT
-using Libraries::Files::Hive::INVALID_RECORD;
-using Platform::Error;
-using Platform::makeRef;
-namespace ErrorCode = Libraries::Files::Hive::ErrorCode;
+using namespace HiveTest;                // NOLINT
+using namespace Libraries::Files::Hive;  // NOLINT
 
 /// The allocator spelled out over the bytes of the file: it walks all cells for everything.
 class PlainAllocator {
@@ -148,18 +145,12 @@ TEST(Allocation, AgreesWithThePlainWalkBufferedAndThrough) {
     }
 }
 
-/// Cells at 32 (used, 16 bytes), 48 (free, 24) and 72 (used).
-HiveImage smallImage() {
-    HiveImage image;
+TEST(Allocation, WritesInsideRecordBodiesOnly) {
+    HiveImage image;  // cells at 32 (used, 16 bytes), 48 (free, 24) and 72 (used)
     image.addHbin(4096);
     image.allocate(16);
     image.freeCell(24);
     image.allocate(4096 - 32 - 16 - 24);
-    return image;
-}
-
-TEST(Allocation, WritesInsideRecordBodiesOnly) {
-    HiveImage image = smallImage();
     const auto store = makeRef<MemoryStripe>(image.finish());
     const auto hive = openStore(store, HiveFile::modeWriteThrough);
     const auto bytes = patternBytes(16);
@@ -197,13 +188,83 @@ TEST(Allocation, WritesInsideRecordBodiesOnly) {
         EXPECT_EQ(readOnly->allocateRecord(8, nullptr), INVALID_RECORD);
         EXPECT_EQ(Error::get(), ErrorCode::readOnly);
     }
+    for (const auto& [hbin, from] : {std::pair(1u, 0u), {0u, 4093u}, {0u, 0xFFFFFFFEu}})
+        EXPECT_FALSE(hive->writeHBIN(hbin, from, bytes.data(), 4)) << from;
     EXPECT_TRUE(store->bytes() == wanted);
-    EXPECT_FALSE(hive->writeHBIN(1, 0, bytes.data(), 4));
-    EXPECT_FALSE(hive->writeHBIN(0, 4093, bytes.data(), 4));
-    EXPECT_FALSE(hive->writeHBIN(0, 0xFFFFFFFE, bytes.data(), 4));
-    EXPECT_TRUE(hive->writeHBIN(0, 4092, bytes.data(), 4));
-    std::copy_n(bytes.begin(), 4, wanted.begin() + 4096 + 4092);
-    EXPECT_TRUE(store->bytes() == wanted);
+}
+
+/// Whether a cell begins at `position` of an hbin full of cells of any lengths.
+CellMap::Answer plainWalk(const std::vector<u8>& hbin, u64 position) {
+    u64 walked = 32;
+    while (walked < position) {
+        const u32 length = RecordView(&hbin[walked], hbin.size() - walked).absoluteSize();
+        if (length == 0) return CellMap::Answer::zeroSizedCell;
+        walked += length;
+    }
+    return walked == position ? CellMap::Answer::boundary : CellMap::Answer::noBoundary;
+}
+
+TEST(CellMap, AnswersAsThePlainWalkDoesThroughAllChanges) {
+    Random random(2024);
+    u32 found[3] = {};
+    for (u32 round = 0; round < 100; ++round) {
+        const u32 size = (1 + random() % 5) * 4096, offset = 0x7000;
+        std::vector<u8> hbin(size);
+        const auto put = [&](u32 at, u32 word) {
+            const auto bytes = numberBytes(word);
+            std::copy_n(bytes.begin(), std::min(4u, size - at), hbin.begin() + at);
+        };
+        for (u32 at = 32; at < size; at += 8) put(at, 0u - 8);
+        put(4, offset);
+        put(8, size);
+        CellMap map;
+        for (u32 step = 0; step < 600; ++step) {
+            const u32 position = 32 + random() % ((size - 32) / 8) * 8;
+            if (random() % 3 == 0) {  // another length for a cell, mostly small, sometimes odd or none
+                const u32 most[] = {40, 400, 4000}, at = 32 + random() % ((size - 32) / 8) * 8;
+                u32 length = random() % most[random() % 3];
+                if (random() % 16) length = std::max(8u, length / 8 * 8);
+                if (random() % 64 == 0) length = random() % 2 * (size - at);
+                // An odd cell is mostly followed by one that ends at a multiple of 8.
+                if (length % 8 && at + length + 16 < size) put(at + length, 16 - length % 8);
+                put(at, random() % 2 ? length : 0 - length);
+                map.changed(at, std::min(length + 4, size - at));
+                if (random() % 4 == 0) {
+                    for (u32 cell = at; cell < std::min(at + 64, size); cell += 8) put(cell, 0u - 8);
+                    map.changed(at, std::min(64u, size - at));
+                }
+            }
+            const CellMap::Answer wanted = plainWalk(hbin, position);
+            ASSERT_EQ(map.isBoundary(hbin.data(), size, position), wanted) << round << " " << step;
+            ASSERT_EQ(RegistryHiveObj::isValidRecord(hbin.data(), offset + position),
+                      wanted == CellMap::Answer::boundary);
+            ++found[static_cast<u32>(wanted)];
+        }
+    }
+    EXPECT_GT(*std::min_element(found, found + 3), 1000u) << "a poor mix of answers";
+}
+
+TEST(HbinTable, FindsWhatAPlainWalkFinds) {
+    Random random(11);
+    for (u32 round = 0; round < 20; ++round) {
+        HbinTable table;
+        const u32 most = 1 + random() % 400, roomMax = round % 2 ? 16 : 1 << 20;
+        for (u32 step = 0; step < 2000; ++step) {
+            const u32 room = random() % 4 ? random() % roomMax : 0, record = static_cast<u32>(random());
+            const u32 index = table.empty() ? 0 : random() % table.size();
+            if (table.empty() || (table.size() < most && random() % 3 == 0))
+                table.append({static_cast<u32>(table.end()), (1 + random() % 4) * 4096, room});
+            else
+                table.setLargestFree(index, room, record);
+            const u32 wanted = 1 + random() % roomMax;
+            u32 first = 0, holder = 0;
+            while (first < table.size() && table[first].largestFree < wanted) ++first;
+            ASSERT_EQ(table.firstWithRoom(wanted), first < table.size() ? first : INVALID_HBIN) << step;
+            const u32 offset = random() % (static_cast<u32>(table.end()) / 2048 + 2) * 2048 + random() % 3;
+            while (holder < table.size() && table[holder].offset + table[holder].size < offset) ++holder;
+            ASSERT_EQ(table.find(offset), holder) << step << " " << offset;
+        }
+    }
 }
 
 }  // namespace

@@ -2,19 +2,13 @@
 #include <sstream>
 
 #include "regfile/regfileutil.h"
-#include "tests/hive/keyops/freshhive.h"
+#include "tests/hive/openedhive.h"
 #include "tests/support/failingstripe.h"
 
 using namespace HiveTest;
 using namespace std::literals;
 
 namespace {
-
-using Units = std::u16string;
-
-std::vector<u8> bytesOf(const std::string& text) {
-    return {text.begin(), text.end()};
-}
 
 struct Outcome {
     bool done = false;
@@ -24,7 +18,7 @@ struct Outcome {
 
 Outcome importFrom(const Ref<RegistryHive>& hive, const Ref<Interfaces::Stripe>& source, bool print = true,
                    const char16_t* prefix = u"") {
-    const auto errors = Platform::makeRef<MemoryStripe>();
+    const auto errors = makeRef<MemoryStripe>();
     const auto printer = Platform::CharPrinter::create(
         Platform::CharWriter::create(errors, 0, Platform::CharWriter::LineEnd::lf));
     LogCapture logged;
@@ -32,7 +26,7 @@ Outcome importFrom(const Ref<RegistryHive>& hive, const Ref<Interfaces::Stripe>&
     outcome.done = RegFileUtil::importRegFile(hive, source, text(prefix), print ? printer : nullptr, true,
                                               &outcome.counts);
     printer->flush();
-    outcome.errors.assign(errors->bytes().begin(), errors->bytes().end());
+    outcome.errors = errors->text();
     std::istringstream lines(logged.text());
     for (std::string line; !print && std::getline(lines, line);)
         if (line.find("HiveReg") != std::string::npos) outcome.errors += line + "\n";
@@ -41,12 +35,12 @@ Outcome importFrom(const Ref<RegistryHive>& hive, const Ref<Interfaces::Stripe>&
 
 Outcome importText(const Ref<RegistryHive>& hive, const std::string& body, bool print = true,
                    const char16_t* prefix = u"") {
-    const auto source = Platform::makeRef<MemoryStripe>(bytesOf("\xEF\xBB\xBFv\n" + body));
+    const auto source = makeRef<MemoryStripe>("\xEF\xBB\xBFv\n" + body);
     return importFrom(hive, source, print, prefix);
 }
 
 std::vector<u8> exported(const Ref<Key>& key, u32 options = 0) {
-    const auto target = Platform::makeRef<MemoryStripe>();
+    const auto target = makeRef<MemoryStripe>();
     EXPECT_TRUE(RegFileUtil::exportRegFile(key, Ref<Interfaces::Stripe>(target), text(u""),
                                            static_cast<RegFileUtil::ExportOptions>(options), nullptr, false));
     return target->bytes();
@@ -54,9 +48,9 @@ std::vector<u8> exported(const Ref<Key>& key, u32 options = 0) {
 
 /// What lies below the root, as export text without its head, with "\n" for line ends and no separators in
 /// front of sections.
-std::string treeOf(const FreshHive& hive) {
+std::string treeOf(const OpenedHive& hive) {
     const auto bytes = exported(hive.root);
-    Units units;
+    std::u16string units;
     for (u64 i = 0; i + 1 < bytes.size(); i += 2) {
         const auto unit = static_cast<char16_t>(bytes[i] | bytes[i + 1] << 8);
         if (unit != u'\r' && (unit != u'\\' || !units.ends_with(u"\n["))) units += unit;
@@ -83,8 +77,8 @@ Ref<RegistryHive> targetHive(Target target) {
                                         {u"d", 4, {1, 2}},
                                         {u"n", 4, numberBytes(3)}}}}});
     if (target == rootless) builder.poke(builder.key().record + 4, "xx");
-    const auto store = Platform::makeRef<MemoryStripe>(builder.finish());
-    const auto failing = Platform::makeRef<FailingStripe>(store);
+    const auto store = makeRef<MemoryStripe>(builder.finish());
+    const auto failing = makeRef<FailingStripe>(store);
     if (target == fullDisk) failing->failAt(0, FailingStripe::writes, true);
     return HiveFile::open(failing,
                           target == readOnly   ? HiveFile::modeReadOnly
@@ -184,7 +178,7 @@ TEST(Import, FailureNamesLineAndReason) {
 
 TEST(Import, FailureAtTheHead) {
     const auto hive = targetHive(writable);
-    const auto headless = [] { return Platform::makeRef<MemoryStripe>(bytesOf("[A]")); };
+    const auto headless = [] { return makeRef<MemoryStripe>("[A]"s); };
     const std::string first = "line 1: Invalid regfile, section before version string\n";
     EXPECT_EQ(importFrom(hive, headless()).errors, first + "Regfile import failed: 1\n");
     EXPECT_EQ(importFrom(hive, headless(), false).errors,
@@ -203,12 +197,12 @@ TEST(Import, FailureAtTheHead) {
               "1 HiveRegImporter: Reg file version: v\n1 HiveRegImporter: Create new key: A\\N\\M\n"
               "1 HiveRegImporter: Create new key: A\\N\\M\n");
     // Texts that cannot be read, and sources that cannot be opened.
-    const auto failing = Platform::makeRef<FailingStripe>(headless());
+    const auto failing = makeRef<FailingStripe>(headless());
     failing->failAt(0, FailingStripe::reads, true);
     const Outcome unread = importFrom(hive, failing);
     EXPECT_FALSE(unread.done);
     EXPECT_EQ(unread.errors, "Failed to read the text\nRegfile import failed: 2\n");
-    const Outcome wide = importFrom(hive, Platform::makeRef<MemoryStripe>(bytesOf("v\n"), 2U));
+    const Outcome wide = importFrom(hive, makeRef<MemoryStripe>(std::vector<u8>{'v', 0}, 2U));
     EXPECT_FALSE(wide.done);
     EXPECT_EQ(wide.errors, "");
     EXPECT_FALSE(RegFileUtil::importRegFile(hive, text(u"/missing/file"), text(u""), nullptr, false));
@@ -248,7 +242,7 @@ TEST(Import, AppliesSectionsAndValues) {
     };
     for (const u32 minor : {3u, 5u})
         for (const auto& test : cases) {
-            FreshHive hive(minor);
+            OpenedHive hive(minor);
             EXPECT_EQ(countsOf(importText(hive.hive, base).counts), "+3 -0 =3 -0");
             const Outcome outcome = importText(hive.hive, test.body, true, test.prefix);
             EXPECT_TRUE(outcome.done) << outcome.errors;
@@ -261,14 +255,15 @@ TEST(Import, AppliesSectionsAndValues) {
 }
 
 TEST(Import, TakesEveryEncoding) {
-    const Units body = u"v\r\n[\u00C4\\\u4E2D]\r\n\"\u20AC\"=\"\U0001F600\"\r\n";
+    const std::u16string body = u"v\r\n[\u00C4\\\u4E2D]\r\n\"\u20AC\"=\"\U0001F600\"\r\n";
     std::vector<u8> big = utf16Bytes(u"\uFEFF" + body);
     for (u64 i = 0; i < big.size(); i += 2) std::swap(big[i], big[i + 1]);
     const std::vector<u8> texts[] = {utf16Bytes(body), utf16Bytes(u"\uFEFF" + body), big,
-                                     bytesOf(utf8(text(body))), bytesOf(utf8(text(u"\uFEFF" + body)))};
+                                     makeRef<MemoryStripe>(utf8(text(body)))->bytes(),
+                                     makeRef<MemoryStripe>(utf8(text(u"\uFEFF" + body)))->bytes()};
     for (const auto& bytes : texts) {
-        FreshHive hive(5);
-        EXPECT_TRUE(importFrom(hive.hive, Platform::makeRef<MemoryStripe>(bytes)).done);
+        OpenedHive hive(5);
+        EXPECT_TRUE(importFrom(hive.hive, makeRef<MemoryStripe>(bytes)).done);
         EXPECT_EQ(treeOf(hive), "[\u00C4]\n\n[\u00C4\\\u4E2D]\n\"\u20AC\"=\"\U0001F600\"\n\n");
     }
 }
@@ -280,7 +275,7 @@ TEST(Import, ListOnDiskIsRightAfterDeletions) {
         for (u64 gone = 0; gone < count; ++gone)
             for (const char* change : {"-", "dword:1"})
                 for (const char* end : {"", "[K2]\n", "[-K]x\n", "fails\n"}) {
-                    FreshHive hive(5);
+                    OpenedHive hive(5);
                     std::string body = "[K]\n", left;
                     for (u64 i = 0; i < count; ++i) {
                         body += "\""s + names[i] + "\"=\"text\"\n";
@@ -301,22 +296,18 @@ TEST(Import, ListOnDiskIsRightAfterDeletions) {
 TEST(Import, LargeValuesIntoNewHives) {
     for (const u32 minor : {3u, 5u})
         for (const u32 size : {5000u, 16345u, 300000u, 1000000u}) {
-            std::vector<u8> data = patternBytes(size);
-            std::string body = "[K]\n\"spacer 0\"=hex:", string(size / 2, 't');
-            for (u32 i = 0; i < size; ++i) {
-                char digits[8];
-                snprintf(digits, sizeof(digits), i % 25 ? "%02x," : "%02x,\\\n ", data[i]);
-                body += digits;
-            }
-            FreshHive hive(minor);
+            const std::string string(size / 2, 't');
+            std::string body = "[K]\n\"spacer 0\"=hex:";
+            for (u32 i = 0; i < size; ++i) body += i % 25 ? "5a," : "a5,\\\n ";
+            OpenedHive hive(minor);
             const Outcome outcome = importText(hive.hive, body + "\n\"t\"=\"" + string + "\"\n");
             EXPECT_TRUE(outcome.done) << outcome.errors;
             hive.reopen();
             const auto key = hive.key(u"K");
             ASSERT_EQ(key->values(), 2u);
-            std::vector<u8> read(size);
-            EXPECT_EQ(key->value(text(u"spacer 0"))->read(read.data(), 0, size), size);
-            EXPECT_TRUE(read == data) << minor << " " << size;
+            const std::vector<u8> data = dataOf(*key->value(text(u"spacer 0")));
+            ASSERT_EQ(data.size(), size);
+            for (u32 i = 0; i < size; ++i) ASSERT_EQ(data[i], i % 25 ? 0x5A : 0xA5) << minor << " " << i;
             EXPECT_EQ(utf8(key->value(text(u"t"))->string(size)), string);
             hive.expectSound();
         }
@@ -344,14 +335,14 @@ TEST(Import, RoundTripGivesTheSameTextAndAgainChangesNothing) {
     const OpenedHive source(builder);
     for (const u32 options : {u32{RegFileUtil::exportDefault}, u32{RegFileUtil::exportBinaryOnly}})
         for (const u32 minor : {3u, 5u}) {
-            const std::vector<u8> text = exported(source.root(), options);
-            FreshHive hive(minor);
+            const std::vector<u8> text = exported(source.root, options);
+            OpenedHive hive(minor);
             for (const bool again : {false, true}) {
                 const std::vector<u8> before = hive.file();
-                const Outcome outcome = importFrom(hive.hive, Platform::makeRef<MemoryStripe>(text));
+                const Outcome outcome = importFrom(hive.hive, makeRef<MemoryStripe>(text));
                 EXPECT_TRUE(outcome.done) << outcome.errors;
                 EXPECT_EQ(countsOf(outcome.counts), again ? "+0 -0 =13 -0" : "+3 -0 =13 -0");
-                EXPECT_TRUE(exported(hive.hive->root(), options) == text) << minor << again;
+                EXPECT_TRUE(exported(hive.root, options) == text) << minor << again;
                 EXPECT_EQ(before == hive.file(), again) << "the same text again must change nothing";
             }
             hive.expectSound();

@@ -39,7 +39,7 @@ TEST(PathHelpers, OpenPath) {
     builder.build({.keys = {{.name = u"A", .keys = {{.name = u"B"}, {.name = u"c/d"}}},
                             {.name = u"Broken", .keys = {{.name = u"B"}}}}});
     builder.poke(builder.key(u"Broken").list + 4, "xx");
-    const Ref<Key> root = OpenedHive(builder).root();
+    const Ref<Key> root = OpenedHive(builder).root;
     const struct {
         const char16_t* path;
         const char* name;  // of the key found
@@ -67,6 +67,39 @@ TEST(PathHelpers, OpenPath) {
     Platform::Error::set(0);
     EXPECT_FALSE(Util::openPath(root, nullptr));
     EXPECT_EQ(Platform::Error::get(), 0x8445u);
+}
+
+TEST(PathHelpers, OpenOrCreatePathCreatesAsFarAsItCan) {
+    const std::u16string tooLong(256, u'x');
+    const struct {
+        std::u16string path;
+        const char* last;  // name of the key given
+        u32 error;
+        const char16_t* left;  // a path that is there afterwards
+        const char* logged;
+    } cases[] = {
+        {u"a/b/c", "c", 0, u"a/b/c", ""},
+        {u"//A//b/", "b", 0, u"a/b", ""},
+        {u"", "(null)", 0x8446, u"a", ""},
+        {u"a/b/n/" + tooLong, "(null)", 0x8443, u"a/b/n", " in key n\n"},
+        {u"p/q/r/" + tooLong, "(null)", 0x8443, u"p/q/r", "Failed to remove key q of key p for cleanup\n"},
+        {u"broken/x", "(null)", 0x8443, u"broken", ""},
+    };
+    HiveBuilder builder;
+    builder.build({.keys = {{.name = u"broken", .keys = {{.name = u"x"}}}}});
+    builder.poke(builder.key(u"broken").list + 4, "zz");
+    const Ref<Key> root(OpenedHive(builder, HiveFile::modeReadWrite).root);
+    for (const auto& test : cases) {
+        SCOPED_TRACE(utf8(text(test.path)).substr(0, 20));
+        LogCapture logged(4);
+        Ref<Key> key;
+        EXPECT_EQ(errorOf([&] { return bool(key = Util::openOrCreatePath(root, text(test.path))); }),
+                  test.error);
+        EXPECT_EQ(utf8(key ? key->name() : nullptr), test.last);
+        EXPECT_TRUE(logged.contains(test.logged)) << logged.text();
+        EXPECT_TRUE(Util::openPath(root, text(test.left)));
+    }
+    EXPECT_EQ(errorOf([&] { return bool(Util::openOrCreatePath(root, nullptr)); }), 0x8445u);
 }
 
 }  // namespace

@@ -77,7 +77,7 @@ u16 HiveImage::peek16(u32 offset) const {
 }
 
 u32 HiveImage::peek32(u32 offset) const {
-    return peek16(offset) | u32{peek16(offset + 2)} << 16;
+    return wordAt(_bytes, offset);
 }
 
 void HiveImage::poke(u64 offset, std::span<const u8> bytes) {
@@ -121,22 +121,9 @@ std::vector<u8> HiveImage::finish() {
     return _bytes;
 }
 
-Ref<SparseStripe> HiveImage::stretched(u64 fileBytes, bool usedCells) {
-    HiveImage head = *this;
-    if (_lastHbin != NONE && fileBytes > _bytes.size()) head.poke32(_lastHbin + 28, end() - _lastHbin);
-    head.pokeHeader32(40, static_cast<u32>(fileBytes - HEADER));
-    auto fill = [image = head.finish(), fileBytes, usedCells](u64 position, SparseStripe::Page& page) {
-        if (position < image.size()) {
-            std::copy_n(image.begin() + static_cast<std::ptrdiff_t>(position), page.size(), page.begin());
-            return;
-        }
-        const u32 offset = static_cast<u32>(position - HEADER);
-        putHbinHead(page.data(), offset, 4096);
-        if (position + 4096 < fileBytes) put32(page.data() + 28, 4096);
-        put32(page.data() + HBIN_HEAD, usedCells ? 0u - 4064u : 4064u);
-        put32(page.data() + HBIN_HEAD + 4, offset + HBIN_HEAD);
-    };
-    return Platform::makeRef<SparseStripe>(fileBytes, std::move(fill));
+u32 wordAt(const std::vector<u8>& file, u64 offset) {
+    if (offset + HEADER + 4 > file.size()) throw std::out_of_range("a word behind the file");
+    return get32(file.data() + HEADER + offset);
 }
 
 }  // namespace HiveTest

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/support/sparsestripe.h"
+#include "tests/support/memorystripe.h"
 
 namespace HiveTest {
 
@@ -56,10 +56,6 @@ class HiveImage {
     std::vector<u8> finish();
     /// The file as it stands.
     std::vector<u8>& bytes() { return _bytes; }
-    /// The finished hive followed by 4096-byte hbins up to `fileBytes` (a multiple of 4096 below 4 GiB),
-    /// which take no memory. Each holds one cell of 4064 bytes, used or free, whose body begins with the
-    /// cell's own offset.
-    Ref<SparseStripe> stretched(u64 fileBytes, bool usedCells = true);
 
  private:
     u32 end() const { return static_cast<u32>(_bytes.size() - 4096); }
@@ -70,5 +66,8 @@ class HiveImage {
     u32 _lastHbin = NONE;
     u32 _tail = 0;  // the last hbin's trailing free cell; the hbin's end when it is full
 };
+
+/// A little-endian word of a whole file, by record offset; throws behind its end.
+u32 wordAt(const std::vector<u8>& file, u64 offset);
 
 }  // namespace HiveTest

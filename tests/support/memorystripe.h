@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,26 @@ class MemoryStripe final : public TestStripe {
     void resize(u64 bytes) override { _bytes.resize(bytes); }
 
     std::vector<u8> _bytes;
+};
+
+/// A byte store of any claimed size that takes no memory: every page of 4096 bytes is made up anew each time
+/// it is read, and what is written is gone.
+class SparseStripe final : public TestStripe {
+ public:
+    using Page = std::vector<u8>;
+    /// Fills the page at this byte position; the page comes zeroed.
+    using Generator = std::function<void(u64 position, Page& page)>;
+
+    explicit SparseStripe(u64 bytes, Generator generator = {});
+
+ private:
+    u64 byteCount() const override { return _bytes; }
+    void load(u64 position, u8* destination, u64 bytes) override;
+    void store(u64, const u8*, u64) override {}
+    void resize(u64 bytes) override { _bytes = bytes; }
+
+    u64 _bytes;
+    Generator _generator;
 };
 
 }  // namespace HiveTest

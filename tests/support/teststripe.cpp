@@ -33,6 +33,7 @@ u64 TestStripe::write(ShPtr source, u64 count, u32) {
     if (given && _position + given > elementCount()) resize((_position + given) * _elementSize);
     store(_position * _elementSize, source.address(), given * _elementSize);
     counters.bytesWritten += given * _elementSize;
+    if (written) written->emplace_back(_position * _elementSize, given * _elementSize);
     _position += given;
     return given;
 }

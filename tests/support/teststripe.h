@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include "platform/interfaces/stripe.h"
 
 namespace HiveTest {
@@ -23,6 +25,8 @@ class TestStripe : public Platform::Object, public virtual Interfaces::Stripe {
         u64 bytesWritten = 0;
     };
     Counters counters;
+    /// Takes down position and length, in bytes, of every write.
+    std::vector<std::pair<u64, u64>>* written = nullptr;
 
     /// The most elements that one call to `read` hands over.
     u64 mostAtOnce = ~u64{0};
