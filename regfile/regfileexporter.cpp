@@ -1,18 +1,14 @@
 #include "regfile/regfileexporter.h"
 
 #include "hive/hivelog.h"
-#include "platform/iochar/stringutil.h"
 #include "regfile/report.h"
 
 namespace Libraries::Files::Hive {
 
 namespace {
 
-constexpr u32 MAX_TEXT_LENGTH = 16777216;  // UTF-16 units of a string value written as text
-constexpr u64 BYTES_PER_LINE = 25;
 constexpr u64 FIRST_READ = 65536;
 constexpr auto TOO_MUCH = "More keys and values than the hive can hold: ";
-constexpr char16_t DIGITS[] = u"0123456789abcdef";
 
 Ref<String> joined(std::initializer_list<std::u16string_view> parts) {
     std::u16string text;
@@ -24,7 +20,7 @@ Ref<String> joined(std::initializer_list<std::u16string_view> parts) {
 
 RegFileExporter::RegFileExporter(Ref<CharPrinter> out, Ref<CharPrinter> errorPrinter, bool flag,
                                  bool binaryOnly)
-    : _out(std::move(out)), _errorPrinter(std::move(errorPrinter)), _flag(flag), _binaryOnly(binaryOnly) {}
+    : _text(std::move(out), binaryOnly), _errorPrinter(std::move(errorPrinter)), _flag(flag) {}
 
 bool RegFileExporter::recursiveExport(const Ref<Key>& key, const Ref<String>& path) {
     _budget.emplace(key);
@@ -42,13 +38,10 @@ bool RegFileExporter::exportKey(const Ref<Key>& key) {
     if (!_budget->takeData(name->length())) return fail(TOO_MUCH);
     const u64 parentLength = _path.size();
     _path += name->view();
-    _out->print(u"[");
-    _out->print(std::u16string_view(_path));
-    _out->print(u"]");
-    _out->endLine();
+    _text.beginSection(_path);
     if (!exportValues(key)) return false;
-    _out->endLine();
-    if (!_out->good()) return false;  // told once, by whoever flushes the printer
+    _text.endSection();
+    if (!_text.good()) return false;  // told once, by whoever flushes the printer
     if (!exportSubkeys(key)) return false;
     _path.resize(parentLength);
     return true;
@@ -80,11 +73,7 @@ bool RegFileExporter::exportValues(const Ref<Key>& key) {
             return fail(_errorPrinter ? "Invalid name of a value. key: "
                                       : "Invalid name of a value. parent: ");
         if (!_budget->takeData(name->length())) return fail(TOO_MUCH);
-        // Quotes and backslashes in names and texts stand as they are: the text is read back by the same
-        // rule.
-        const Ref<String> label =
-            name->isEmpty() ? String::create(u"@=") : joined({u"\"", name->view(), u"\"="});
-        if ((_binaryOnly || !exportAsText(value, label)) && !exportAsBinary(value, label)) return false;
+        if ((_text.binaryOnly() || !exportAsText(value, name)) && !exportAsBinary(value, name)) return false;
     }
     return true;
 }
@@ -102,18 +91,14 @@ Ref<String> RegFileExporter::placeOf(const Ref<Value>& value) const {
 
 /// Writes a string or dword value in its readable form; false when it has none, so that the binary one must
 /// do.
-bool RegFileExporter::exportAsText(const Ref<Value>& value, const Ref<String>& label) {
+bool RegFileExporter::exportAsText(const Ref<Value>& value, const Ref<String>& name) {
     if (value->type() == Value::valueString) {
         const Ref<String> text = value->string(MAX_TEXT_LENGTH);
         if (!text) {
             reportFallback("string", placeOf(value));
             return false;
         }
-        _out->print(label);
-        _out->print(u"\"");
-        _out->print(text);
-        _out->print(u"\"");
-        _out->endLine();
+        _text.string(name->view(), text->view());
         return true;
     }
     if (value->type() != Value::valueDword) return false;
@@ -122,24 +107,12 @@ bool RegFileExporter::exportAsText(const Ref<Value>& value, const Ref<String>& l
         reportFallback("dword", placeOf(value));
         return false;
     }
-    const Ref<String> digits = StrConv::str(number, 16);
-    _out->print(label);
-    _out->print(u"dword:");
-    _out->print(std::u16string(digits->length() < 8 ? 8 - digits->length() : 0, u'0'));
-    _out->print(digits);
-    _out->endLine();
+    _text.dword(name->view(), number);
     return true;
 }
 
-bool RegFileExporter::exportAsBinary(const Ref<Value>& value, const Ref<String>& label) {
-    _out->print(label);
-    if (value->type() == Value::valueBinary && !_binaryOnly) {
-        _out->print(u"hex:");
-    } else {
-        _out->print(u"hex(");
-        _out->print(StrConv::str(value->type(), 16));
-        _out->print(u"):");
-    }
+bool RegFileExporter::exportAsBinary(const Ref<Value>& value, const Ref<String>& name) {
+    _text.beginBinary(name->view(), value->type());
     const Ref<Interfaces::Stripe> data = value->binary();
     const u64 count = data ? data->elementCount() : 0;
     if (data)
@@ -151,8 +124,7 @@ bool RegFileExporter::exportAsBinary(const Ref<Value>& value, const Ref<String>&
     Array<u8> bytes;
     if (!data || !readData(*data, count, bytes))
         return report(_errorPrinter, Channel::regExporter, "Failed to read binary data of: ", placeOf(value));
-    printBytes(bytes);
-    _out->endLine();
+    _text.endBinary(bytes);
     return true;
 }
 
@@ -166,21 +138,6 @@ bool RegFileExporter::readData(Interfaces::Stripe& data, u64 count, Array<u8>& b
         if (data.read(ShPtr(bytes.data() + have), piece) != piece) return false;
     }
     return true;
-}
-
-void RegFileExporter::printBytes(const Array<u8>& bytes) {
-    std::u16string line;
-    for (u64 i = 0; i < bytes.size(); ++i) {
-        if (i && i % BYTES_PER_LINE == 0) {
-            line += u"\\\r\n  ";
-            _out->print(line);
-            line.clear();
-        }
-        line += DIGITS[bytes[i] >> 4];
-        line += DIGITS[bytes[i] & 15];
-        if (i + 1 < bytes.size()) line += u',';
-    }
-    _out->print(line);
 }
 
 void RegFileExporter::reportFallback(const char* kind, const Ref<String>& place) {

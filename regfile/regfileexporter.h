@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "platform/iochar/charprinter.h"
+#include "regfile/regfiletext.h"
 #include "regfile/walkbudget.h"
 
 namespace Libraries::Files::Hive {
@@ -23,18 +23,16 @@ class RegFileExporter {
     bool exportKey(const Ref<Key>& key);
     bool exportSubkeys(const Ref<Key>& key);
     bool exportValues(const Ref<Key>& key);
-    bool exportAsText(const Ref<Value>& value, const Ref<String>& label);
-    bool exportAsBinary(const Ref<Value>& value, const Ref<String>& label);
+    bool exportAsText(const Ref<Value>& value, const Ref<String>& name);
+    bool exportAsBinary(const Ref<Value>& value, const Ref<String>& name);
     bool fail(const char* message) const;
     Ref<String> placeOf(const Ref<Value>& value) const;
     bool readData(Interfaces::Stripe& data, u64 count, Array<u8>& bytes) const;
-    void printBytes(const Array<u8>& bytes);
     void reportFallback(const char* kind, const Ref<String>& place);
 
-    const Ref<CharPrinter> _out;
+    RegFileText _text;
     const Ref<CharPrinter> _errorPrinter;
     const bool _flag;
-    const bool _binaryOnly;
     std::optional<WalkBudget> _budget;  // of the walk under way
     std::u16string _path;               // of the key being written: one buffer, however deep the walk
 };

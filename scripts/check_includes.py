@@ -13,7 +13,8 @@ MAY_INCLUDE = {
     'hive': ('platform/', 'hive/'),
     'regfile': ('platform/', 'hive/', 'regfile/'),
     'tool': ('platform/', 'tool/', 'hive/hivefile.h', 'hive/errorcodes.h', 'hive/base.h',
-             'hive/security/securitydescriptor.h', 'regfile/util.h', 'regfile/valueedit.h', 'regfile/regfileutil.h', 'regfile/walkbudget.h'),
+             'hive/security/securitydescriptor.h', 'regfile/util.h', 'regfile/valueedit.h', 'regfile/regfileutil.h',
+             'regfile/salvage/salvage.h', 'regfile/walkbudget.h'),
 }
 ROOMS = tuple(room + '/' for room in (*MAY_INCLUDE, 'tests', 'fuzz', 'bench', 'examples'))
 

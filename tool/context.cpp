@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "platform/filesys/file.h"
 #include "tool/errortext.h"
 #include "tool/failure.h"
 #include "tool/keypath.h"
@@ -32,11 +33,20 @@ std::string openFailure(const HiveOptions& options, u32 code) {
     }
 }
 
-Ref<HiveFile> openHive(const HiveOptions& options, u32 mode) {
-    const Ref<String> path = String::fromUtf8(options.path);
+namespace {
+
+Ref<String> hivePath(const HiveOptions& options) {
+    Ref<String> path = String::fromUtf8(options.path);
     if (path->toUtf8() != options.path)
         throw Failure("cannot open " + visible(options.path) +
                       ": the file name is not UTF-8; rename the file");
+    return path;
+}
+
+}  // namespace
+
+Ref<HiveFile> openHive(const HiveOptions& options, u32 mode) {
+    const Ref<String> path = hivePath(options);
     // Where names cannot be read in the code page, the readable ones beside them are still to be found.
     mode |= HiveFile::modeLinearFallback;
     if (options.unsafe) mode |= HiveFile::modeUnsafe;
@@ -44,6 +54,14 @@ Ref<HiveFile> openHive(const HiveOptions& options, u32 mode) {
     Ref<HiveFile> hive = HiveFile::open(path, mode, options.codepage);
     if (!hive) throw Failure(openFailure(options, Error::get()));
     return hive;
+}
+
+Ref<Interfaces::Stripe> openHiveFile(const HiveOptions& options) {
+    using Services::Filesystem::Client::File;
+    Error::set(ErrorCode::none);
+    Ref<File> file = File::open(hivePath(options), File::readExisting);
+    if (!file) throw Failure(openFailure(options, Error::get()));
+    return file;
 }
 
 namespace {

@@ -26,6 +26,9 @@ std::string openFailure(const HiveOptions& options, u32 code);
 /// Opens the hive, in `mode` and, when asked for, unsafe. Throws Failure.
 Ref<HiveFile> openHive(const HiveOptions& options, u32 mode = HiveFile::modeReadOnly);
 
+/// Opens the hive's file as bytes, for reading. Throws Failure.
+Ref<Interfaces::Stripe> openHiveFile(const HiveOptions& options);
+
 /// The key a path argument means ("" and "/": the root key). Throws Failure.
 KeyAt resolveKey(const Ref<HiveFile>& hive, const HiveOptions& options, const std::string& path);
 

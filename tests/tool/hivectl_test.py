@@ -294,6 +294,44 @@ class HivectlTest(unittest.TestCase):
         result = self.run_tool('export', 'hostile')
         self.assertEqual((result.returncode, result.stderr.count(b'\n')), (0, 1), result.stderr)
 
+    def test_salvage_goes_on_past_damage_and_tells_it(self):
+        """Hive, exit code, what stands in the text, what in the lines on standard error; the last line counts."""
+        cases = [('v15', 0, ['"Odd"=hex(1):41', '[\\\\Software\\Vendor]'], ['wrote 7 keys and 13 values, nothing was lost']),
+                 ('damaged', 1, ['"good"=dword:00000001', '"huge"=hex(1):', '[\\\\good\\below]', '[\\\\badlist]', '"x"=hex:01'],
+                  ['lost: /, value "lost data", record 0x', 'doubtful: /, value "huge", record 0x', 'lost: /badlist, record 0x',
+                   'doubtful: /badkey', 'lost: /badvalues', '4 lost, 2 doubtful']),
+                 ('circular', 1, ['[\\\\loop]'], ['subkey is written already, as /loop', 'wrote 2 keys and 0 values, 2 lost, 0 doubtful']),
+                 ('version', 0, ['[\\]'], ['note: /, record 0x0: base block: version 1.7', 'wrote 1 key']),
+                 ('checksum', 0, ['[\\]'], ['wrong checksum', 'wrote 1 key']),
+                 ('hostile', 0, [], ['wrote 19 keys'])]
+        path = os.path.join(self.work, 'out')
+        for hive, code, kept, told in cases:
+            with self.subTest(hive=hive):
+                result = self.run_tool('export', hive, '--salvage')
+                self.assertEqual(self.run_tool('export', hive, '--salvage', '-o', path).returncode, code)
+                with open(path, 'rb') as file:
+                    self.assertEqual(file.read(), result.stdout)
+                lines = result.stderr.decode()
+                self.assertEqual(result.returncode, code, lines)
+                for piece in kept:
+                    self.assertIn(text_bytes('\r\n' + piece), result.stdout, piece)
+                for piece in told:
+                    self.assertIn(piece, lines)
+                self.assertNotRegex(lines, '[\x00-\x09\x0b-\x1f\x7f-\x9f]')
+        for hive in 'v13', 'v15', 'hostile':
+            for args in [], ['--binary-only', '--prefix', 'HKLM/x']:
+                self.assertEqual(self.run_tool('export', hive, '--salvage', *args).stdout,
+                                 self.run_tool('export', hive, *args).stdout)
+        for hive, args, part in [('short', [], 'no root key'), ('foreign', ['-o', path], 'no root key'),
+                                 ('damaged', ['none'], 'found no key "none"')]:
+            result = self.run_tool('export', hive, *args, '--salvage')
+            self.assertEqual((result.returncode, result.stdout), (1, b''))
+            self.assertIn(part, result.stderr.decode().splitlines()[-1])
+        result = self.run_tool('export', 'damaged', 'GOOD/below', '--salvage')
+        self.assertEqual(result.stderr, b'hivectl: export: wrote 1 key and 0 values, nothing was lost\n')
+        self.assertTrue(result.stdout.endswith(text_bytes('\r\n[\\below]\r\n\r\n')))
+        self.fails(2, 'export', 'v15', '--salvage', '--unsafe')
+
     def slow_export(self):
         """Exports into a pipe nobody reads at first, standard error being a terminal."""
         pipe = os.path.join(self.work, 'pipe')

@@ -12,6 +12,7 @@
 #include "tool/linesink.h"
 #include "tool/output.h"
 #include "tool/progress.h"
+#include "tool/salvagebranch.h"
 #include "tool/visible.h"
 
 namespace HiveCtl {
@@ -62,19 +63,55 @@ class ExportCommand final : public HiveCommand {
         app.add_option("--prefix", _prefix, "Key path the section names begin with")->type_name("PREFIX");
         app.add_flag("--binary-only", _binaryOnly, "Every value as hex(type), which loses nothing");
         app.add_flag("--append", _append, "Write behind what FILE holds, without a header");
+        app.add_flag("--salvage", _salvage,
+                     "Go on past damage: write what can be read, tell every loss on standard error and the "
+                     "count at the end; exit 1 when anything was lost");
     }
 
     ExitCode execute() override {
+        if (_salvage) return salvage();
         const KeyAt at = resolveKey(openHive(hiveOptions), hiveOptions, _key);
         if (_file.empty() || _file == "-") {
             toStandardOutput(at);
             return exitDone;
         }
+        refuseHiveAsOutput();
+        toFile(at);
+        return exitDone;
+    }
+
+    void refuseHiveAsOutput() const {
         if (isSameFile(_file, hiveOptions.path))
             throw Failure("the output " + visible(_file) + " is the hive itself; name another file",
                           exitUsage);
-        toFile(at);
-        return exitDone;
+    }
+
+    ExitCode salvage() {
+        if (hiveOptions.unsafe) throw Failure("--salvage excludes --unsafe", exitUsage);
+        Progress progress("exported");
+        SalvageBranch branch(hiveOptions, _key, progress);
+        if (_file.empty() || _file == "-") {
+            const auto stripe = makeRef<FdStripe>(STDOUT_FILENO);
+            if (!branch.exportTo(stripe, _prefix, options())) failOutput(stripe->writeError());
+            return branch.finish();
+        }
+        refuseHiveAsOutput();
+        AtomicFile file(_file, _append);
+        const Ref<FdStripe>& stripe = file.stripe();
+        stripe->setObserver([&progress](u64 bytes) { progress.show(bytes); });
+        const bool done = branch.exportTo(stripe, _prefix, options());
+        progress.clear();
+        if (!done)
+            throw Failure("stopped: " + systemErrorText(stripe->writeError()) + "; " + visible(_file) +
+                          (file.isAtomic() ? " is as it was" : " is incomplete"));
+        file.commit();
+        return branch.finish();
+    }
+
+    RegFileUtil::ExportOptions options() const {
+        return static_cast<RegFileUtil::ExportOptions>(
+            (_append ? u32{RegFileUtil::exportAppend} : 0) |
+            (_binaryOnly ? u32{RegFileUtil::exportBinaryOnly} : 0));
     }
 
     void toStandardOutput(const KeyAt& at) {
@@ -102,14 +139,11 @@ class ExportCommand final : public HiveCommand {
     }
 
     bool exportTo(const KeyAt& at, const Ref<FdStripe>& stripe, Reports& reports) {
-        const u32 options = (_append ? u32{RegFileUtil::exportAppend} : 0) |
-                            (_binaryOnly ? u32{RegFileUtil::exportBinaryOnly} : 0);
         const Ref<CharPrinter> printer =
             LineSink::printer([&reports](std::u16string_view line) { reports.add(line); });
         Error::set(ErrorCode::none);
         const bool done =
-            RegFileUtil::exportRegFile(at.key, stripe, String::fromUtf8(_prefix),
-                                       static_cast<RegFileUtil::ExportOptions>(options), printer, false);
+            RegFileUtil::exportRegFile(at.key, stripe, String::fromUtf8(_prefix), options(), printer, false);
         printer->flush();
         return done;
     }
@@ -119,11 +153,13 @@ class ExportCommand final : public HiveCommand {
     std::string _prefix;
     bool _binaryOnly = false;
     bool _append = false;
+    bool _salvage = false;
 };
 
 const CommandRegistration registration = registerCommand<ExportCommand>(
     "export", "Write a key and all below it as registry export text",
-    "  hivectl export NTUSER.DAT Software/Vendor -o vendor.reg --prefix HKEY_CURRENT_USER/Software");
+    "  hivectl export NTUSER.DAT Software/Vendor -o vendor.reg --prefix HKEY_CURRENT_USER/Software\n"
+    "  hivectl export damaged.dat --salvage -o rest.reg 2> losses.txt");
 
 }  // namespace
 
