@@ -133,34 +133,6 @@ TEST(Iterators, EachLivingOneIsToldOnceOfAChange) {
     EXPECT_FALSE(values->next());
 }
 
-/// The length and the version say where data lies; data laid down in any other form is refused.
-TEST(Data, StorageFormFollowsLengthAndVersion) {
-    for (const u32 minor : {3u, 5u})
-        for (const u32 size : {0u, 4u, 5u, FRAGMENT, FRAGMENT + 1, 2 * FRAGMENT, 2 * FRAGMENT + 1})
-            for (const Storage storage : {Storage::resident, Storage::single, Storage::db}) {
-                SCOPED_TRACE(testing::Message() << minor << " " << size << " " << int(storage));
-                const auto data = patternBytes(size);
-                HiveBuilder builder(minor);
-                builder.allocate(1100000);  // no offset bounds a read so far from the start
-                builder.build({.values = {{.data = data, .storage = storage}}});
-                const auto value = OpenedHive(builder).root->value(0);
-                ASSERT_EQ(value->valid(), storage != Storage::resident || size <= 4);
-                if (!value->valid()) continue;
-                const bool split = minor == 5 && size > FRAGMENT;
-                EXPECT_EQ(value->usesDbList(), split);
-                Error::set(0);
-                const auto got = dataOf(*value);
-                if (storage == Storage::resident || size == 0 || (storage == Storage::db) == split) {
-                    EXPECT_EQ(got, data);
-                } else if (size <= 12) {
-                    EXPECT_EQ(got.size(), size) << "a db record is as good a data cell as any";
-                } else {
-                    EXPECT_EQ(got.size(), 0u);
-                    EXPECT_EQ(Error::get(), 0x200Cu);
-                }
-            }
-}
-
 /// What readers are promised: the extents' capacities laid end to end, each bounded by its cell's offset less
 /// 4, and of that the bytes from `offset` on, as many as wanted but no more than the value's length.
 /// So cells near the start are bounded by their offset, those far from it by the version's extent.

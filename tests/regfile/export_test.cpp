@@ -193,15 +193,6 @@ TEST(Export, TargetThatFailsMakesItFail) {
             }
 }
 
-TEST(Export, FileThatCannotBeOpenedIsNamed) {
-    HiveBuilder builder;
-    builder.build({});
-    LogCapture logged;
-    EXPECT_FALSE(RegFileUtil::exportRegFile(OpenedHive(builder).root, text(u"/missing/file"), text(u""),
-                                            RegFileUtil::exportDefault, nullptr, true));
-    EXPECT_EQ(logged.text(), "3 HiveRegUtil: Failed to open file: /missing/file\n");
-}
-
 /// Lists that name the same records again and again, so that a walk doubles at each level or never ends; but
 /// the fullest of sound hives is not too much.
 TEST(Export, DamagedTreesThatGrowWithoutEndAreLeftSoon) {

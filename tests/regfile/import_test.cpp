@@ -254,20 +254,6 @@ TEST(Import, AppliesSectionsAndValues) {
         }
 }
 
-TEST(Import, TakesEveryEncoding) {
-    const std::u16string body = u"v\r\n[\u00C4\\\u4E2D]\r\n\"\u20AC\"=\"\U0001F600\"\r\n";
-    std::vector<u8> big = utf16Bytes(u"\uFEFF" + body);
-    for (u64 i = 0; i < big.size(); i += 2) std::swap(big[i], big[i + 1]);
-    const std::vector<u8> texts[] = {utf16Bytes(body), utf16Bytes(u"\uFEFF" + body), big,
-                                     makeRef<MemoryStripe>(utf8(text(body)))->bytes(),
-                                     makeRef<MemoryStripe>(utf8(text(u"\uFEFF" + body)))->bytes()};
-    for (const auto& bytes : texts) {
-        OpenedHive hive(5);
-        EXPECT_TRUE(importFrom(hive.hive, makeRef<MemoryStripe>(bytes)).done);
-        EXPECT_EQ(treeOf(hive), "[\u00C4]\n\n[\u00C4\\\u4E2D]\n\"\u20AC\"=\"\U0001F600\"\n\n");
-    }
-}
-
 /// Which value goes, in lists of which length, how, and how the import ends.
 TEST(Import, ListOnDiskIsRightAfterDeletions) {
     const std::string names = "abcd";

@@ -34,71 +34,56 @@ TEST(PathHelpers, Notations) {
     }
 }
 
-TEST(PathHelpers, OpenPath) {
+/// A last name behind '+' may be created with its missing parents.
+TEST(PathHelpers, OpenAndCreatePaths) {
+    const std::string tooLong(256, 'x');
+    const struct {
+        std::string path;
+        const char* name;  // of the key found
+        u32 error;
+        const char* logged = "";
+        const char* left = "/";  // a path that is there afterwards
+    } cases[] = {
+        {"/", "", 0},
+        {"///", "", 0},
+        {"\\", "", 0},
+        {"a//b/", "B", 0},
+        {"/A/B", "B", 0},
+        {"A/c\\/D", "c/d", 0},
+        {"", "(null)", 0x8446},
+        {"B", "(null)", 0x1003},
+        {"A/B/C", "(null)", 0x1003},
+        {"A/c/d", "(null)", 0x1003},
+        {"Broken/B", "(null)", 0x1003},
+        {"+N/b/c", "c", 0, "", "N/b/c"},
+        {"+//n//B/", "b", 0},
+        {"+", "(null)", 0x8446},
+        {"+N/b/n/" + tooLong, "(null)", 0x8443, " in key n\n", "N/b/n"},
+        {"+p/q/r/" + tooLong, "(null)", 0x8443, "Failed to remove key q of key p for cleanup\n", "p/q/r"},
+        {"+Broken/x", "(null)", 0x8443},
+    };
     HiveBuilder builder;
     builder.build({.keys = {{.name = u"A", .keys = {{.name = u"B"}, {.name = u"c/d"}}},
                             {.name = u"Broken", .keys = {{.name = u"B"}}}}});
     builder.poke(builder.key(u"Broken").list + 4, "xx");
-    const Ref<Key> root = OpenedHive(builder).root;
-    const struct {
-        const char16_t* path;
-        const char* name;  // of the key found
-        u32 error;
-    } cases[] = {{u"/", "", 0},
-                 {u"///", "", 0},
-                 {u"\\", "", 0},
-                 {u"A", "A", 0},
-                 {u"a//b/", "B", 0},
-                 {u"/A/B", "B", 0},
-                 {u"A/c\\/D", "c/d", 0},
-                 {u"", "(null)", 0x8446},
-                 {u"B", "(null)", 0x1003},
-                 {u"A/B/C", "(null)", 0x1003},
-                 {u"A/c/d", "(null)", 0x1003},
-                 {u"Broken/B", "(null)", 0x1003}};
-    for (const auto& test : cases) {
-        Platform::Error::set(0);
-        const auto found = Util::openPath(root, text(test.path));
-        EXPECT_EQ(found ? utf8(found->name()) : "(null)", test.name) << utf8(text(test.path));
-        EXPECT_EQ(Platform::Error::get(), test.error) << utf8(text(test.path));
-    }
-    EXPECT_FALSE(Util::openPath(nullptr, text(u"")));
-    EXPECT_EQ(Platform::Error::get(), 0x8445u);
-    Platform::Error::set(0);
-    EXPECT_FALSE(Util::openPath(root, nullptr));
-    EXPECT_EQ(Platform::Error::get(), 0x8445u);
-}
-
-TEST(PathHelpers, OpenOrCreatePathCreatesAsFarAsItCan) {
-    const std::u16string tooLong(256, u'x');
-    const struct {
-        std::u16string path;
-        const char* last;  // name of the key given
-        u32 error;
-        const char16_t* left;  // a path that is there afterwards
-        const char* logged;
-    } cases[] = {
-        {u"a/b/c", "c", 0, u"a/b/c", ""},
-        {u"//A//b/", "b", 0, u"a/b", ""},
-        {u"", "(null)", 0x8446, u"a", ""},
-        {u"a/b/n/" + tooLong, "(null)", 0x8443, u"a/b/n", " in key n\n"},
-        {u"p/q/r/" + tooLong, "(null)", 0x8443, u"p/q/r", "Failed to remove key q of key p for cleanup\n"},
-        {u"broken/x", "(null)", 0x8443, u"broken", ""},
-    };
-    HiveBuilder builder;
-    builder.build({.keys = {{.name = u"broken", .keys = {{.name = u"x"}}}}});
-    builder.poke(builder.key(u"broken").list + 4, "zz");
     const Ref<Key> root(OpenedHive(builder, HiveFile::modeReadWrite).root);
     for (const auto& test : cases) {
-        SCOPED_TRACE(utf8(text(test.path)).substr(0, 20));
+        SCOPED_TRACE(test.path.substr(0, 20));
         LogCapture logged(4);
+        const bool creates = test.path.starts_with("+");
+        const auto path = String::from8(test.path.substr(creates));
         Ref<Key> key;
-        EXPECT_EQ(errorOf([&] { return bool(key = Util::openOrCreatePath(root, text(test.path))); }),
-                  test.error);
-        EXPECT_EQ(utf8(key ? key->name() : nullptr), test.last);
+        EXPECT_EQ(
+            errorOf([&] {
+                return bool(key = creates ? Util::openOrCreatePath(root, path) : Util::openPath(root, path));
+            }),
+            test.error);
+        EXPECT_EQ(utf8(key ? key->name() : nullptr), test.name);
         EXPECT_TRUE(logged.contains(test.logged)) << logged.text();
-        EXPECT_TRUE(Util::openPath(root, text(test.left)));
+        EXPECT_TRUE(Util::openPath(root, String::from8(test.left)));
     }
+    EXPECT_EQ(errorOf([&] { return bool(Util::openPath(nullptr, text(u""))); }), 0x8445u);
+    EXPECT_EQ(errorOf([&] { return bool(Util::openPath(root, nullptr)); }), 0x8445u);
     EXPECT_EQ(errorOf([&] { return bool(Util::openOrCreatePath(root, nullptr)); }), 0x8445u);
 }
 

@@ -183,8 +183,7 @@ void HiveBuilder::laySubkeys(const KeyPlan& plan, LaidKey& laid, const std::u16s
     if (plan.keys.empty() && plan.list == ListKind::automatic) return;
     std::vector<std::pair<std::u16string, const KeyPlan*>> named;
     for (const KeyPlan& child : plan.keys) named.emplace_back(upper(child.name), &child);
-    if (!plan.unsorted)
-        std::stable_sort(named.begin(), named.end(), [](auto& a, auto& b) { return a.first < b.first; });
+    std::stable_sort(named.begin(), named.end(), [](auto& a, auto& b) { return a.first < b.first; });
     std::vector<const KeyPlan*> order;
     for (const auto& [_, child] : named) {
         const bool direct = path.empty() && !child->name.empty();

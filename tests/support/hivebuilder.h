@@ -37,8 +37,6 @@ struct KeyPlan {
     NameForm nameForm = NameForm::automatic;
     /// Stored in a cell of its own as UTF-16LE; none when empty.
     std::u16string className = {};
-    /// Lists the subkeys as given instead of by upper-cased name.
-    bool unsorted = false;
     /// Which descriptor of the builder the key uses.
     u32 security = 0;
 };
