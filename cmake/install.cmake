@@ -17,6 +17,7 @@ install(FILES hive/base.h hive/errorcodes.h hive/hivefile.h DESTINATION ${HIVE_I
 install(FILES hive/security/securitydescriptor.h DESTINATION ${HIVE_INCLUDE_DIR}/hive/security)
 install(FILES regfile/regfileutil.h regfile/util.h regfile/valueedit.h regfile/walkbudget.h DESTINATION ${HIVE_INCLUDE_DIR}/regfile)
 install(FILES regfile/salvage/salvage.h DESTINATION ${HIVE_INCLUDE_DIR}/regfile/salvage)
+install(FILES check/hivecheck.h DESTINATION ${HIVE_INCLUDE_DIR}/check)
 
 install(EXPORT hive-targets NAMESPACE hive:: DESTINATION ${HIVE_PACKAGE_DIR})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/hive-config-version.cmake COMPATIBILITY SameMinorVersion)

@@ -3,16 +3,30 @@
 #include <string>
 #include <vector>
 
-#include "platform/system/types.h"
+#include "check/hivecheck.h"
+#include "tests/support/memorystripe.h"
 
 namespace HiveTest {
 
-/// Checks the structure of a whole hive file: base block, hbins and cells without gaps; every key, subkey
-/// list, value, data cell and security record sound; every used cell used exactly once, security records as
-/// often as they say; subkeys in order. One line for each fault; a sound file gives none.
-///
-/// It knows the layout by itself and shares no code with the library, so that the two can disagree. Names are
-/// read as ISO 8859-1.
-std::vector<std::string> hiveFaults(const std::vector<Platform::u8>& file);
+/// What `HiveCheck` finds in a file, faults and notes alike: hives that the library writes must give neither.
+inline std::vector<std::string> hiveFaults(const std::vector<u8>& file,
+                                           Libraries::Files::Hive::HiveCheckCounts* counts = nullptr) {
+    using namespace Libraries::Files::Hive;  // NOLINT: one function
+    std::vector<std::string> lines;
+    HiveCheckCounts ignored;
+    const auto store = Platform::makeRef<MemoryStripe>(file);
+    const auto keep = [&lines](const HiveFinding& finding) {
+        char place[16];
+        std::snprintf(place, sizeof place, "%x ", finding.offset);
+        lines.push_back((finding.severity == HiveFinding::fault ? "fault " : "note ") +
+                        (finding.offset == HiveFinding::baseBlock ? std::string() : std::string(place)) +
+                        (finding.path ? finding.path->toUtf8() : "") +
+                        (finding.value ? " \"" + finding.value->toUtf8() + "\"" : "") + ": " + finding.text);
+    };
+    if (!HiveCheck::run(Platform::Ref<Interfaces::Stripe>(store), HiveFile::hiveCodepageLatin1, keep,
+                        counts ? *counts : ignored))
+        lines.push_back("no hive");
+    return lines;
+}
 
 }  // namespace HiveTest
