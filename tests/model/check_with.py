@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Runs the model tests and checks the files they leave with an independent checker.
+"""Runs the model tests and checks the files they leave with an independent checker and with hivectl.
 
-  check_with.py MODEL_TESTS CHECKER.py
+  check_with.py MODEL_TESTS CHECKER.py HIVECTL
 
 CHECKER.py is a program: "CHECKER.py check FILE" prints faults and notes and fails on a fault. Files named *-sound.hive
-must give neither (an unreached cell is a note); files named *-trace.hive must give a fault. Ends with
-"N passed, N failed".
+must give neither (an unreached cell is a note); files named *-trace.hive must give a fault. "HIVECTL check FILE" must
+agree. Ends with "N passed, N failed".
 """
 import pathlib
 import os
@@ -15,7 +15,7 @@ import tempfile
 
 
 def main():
-    tests, checker = sys.argv[1:]
+    tests, checker, hivectl = sys.argv[1:]
     if not pathlib.Path(checker).exists():
         print('skipped: no checker\n0 passed, 0 failed')
         return 0
@@ -28,11 +28,14 @@ def main():
             result = subprocess.run([sys.executable, checker, 'check', str(file)], capture_output=True, text=True)
             lines = result.stdout.splitlines()
             faults = [line for line in lines if line.startswith(('FAULT', 'note'))]
-            good = lines and bool(faults) == file.name.endswith('-trace.hive')
+            ours = subprocess.run([hivectl, 'check', '--all', str(file)], capture_output=True, text=True)
+            found = [line for line in ours.stdout.splitlines() if line.startswith(('fault', 'note'))]
+            is_trace = file.name.endswith('-trace.hive')
+            good = lines and bool(faults) == is_trace and bool(found) == is_trace and ours.returncode == int(is_trace)
             passed, failed = passed + bool(good), failed + (not good)
             print('%s %s: %s' % ('ok' if good else 'FAILED', file.name, lines[-1] if lines else result.stderr))
             if not good:
-                print('\n'.join(faults[:5]))
+                print('\n'.join(faults[:5] + found[:5]))
     if not files:
         print('FAILED: the tests left no file')
         failed += 1

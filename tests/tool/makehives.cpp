@@ -1,7 +1,9 @@
 // Writes the hives of the command-line tests into a directory: makehives DIRECTORY
+//   makehives --shapes DIRECTORY: intact hives of every shape instead
 
 #include <iostream>
 
+#include "fuzz/hiveshapes.h"
 #include "tests/support/hivebuilder.h"
 #include "tests/support/tempdir.h"
 
@@ -124,6 +126,11 @@ void writeBig(const std::string& path) {
 }  // namespace HiveTest
 
 int main(int argc, char** argv) try {
+    if (argc == 3 && argv[1] == std::string("--shapes")) {
+        for (const HiveFuzz::HiveShape& shape : HiveFuzz::hiveShapes())
+            HiveTest::writeFile(std::string(argv[2]) + "/" + shape.name, shape.file);
+        return 0;
+    }
     if (argc != 2) return 2;
     const std::string directory = argv[1];
     HiveTest::writeNormal(directory + "/v13.hive", 3);
