@@ -18,6 +18,10 @@ std::string hexText(u64 number) {
     return text;
 }
 
+std::string countText(u64 count, const char* noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
 TakenCell CheckContext::take(u32 offset, CellUse use, u32 owner) {
     const auto refuse = [&](const std::string& why) {
         fault(owner, std::string("its ") + useName(use) + " at " + hexText(offset) + " is " + why);

@@ -8,6 +8,8 @@ namespace Libraries::Files::Hive {
 
 /// "0x1a2b".
 std::string hexText(u64 number);
+/// "1 key", "2 keys".
+std::string countText(u64 count, const char* noun);
 
 /// A used cell that a reference led to for the first time.
 struct TakenCell {

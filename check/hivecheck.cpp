@@ -16,7 +16,7 @@ void noteUnreached(CheckContext& context) {
         const bool isRecord = signature == "nk" || signature == "vk" || signature == "sk" ||
                               signature == "db" || signature == "ri" || signature == "li" ||
                               signature == "lf" || signature == "lh";
-        context.note(offset, "used cell of " + std::to_string(context.cells.length(index)) + " bytes" +
+        context.note(offset, "used cell of " + countText(context.cells.length(index), "byte") +
                                  (isRecord ? " (" + signature + ")" : "") + " that nothing refers to");
     }
 }

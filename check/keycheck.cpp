@@ -30,7 +30,7 @@ bool KeyCheck::openKey(u32 record, u32 owner, hive_record_nk& nk) {
     }
     const u32 length = L16ToHost(nk.nameLength);
     if (sizeof(nk) + length > cell.length) {
-        _context.fault(record, "name of " + std::to_string(length) + " bytes runs past its cell");
+        _context.fault(record, "name of " + countText(length, "byte") + " runs past its cell");
         return false;
     }
     ++_context.counts.keys;
@@ -39,7 +39,7 @@ bool KeyCheck::openKey(u32 record, u32 owner, hive_record_nk& nk) {
     if (!_nameKnown && !isRoot) _context.fault(record, "name has bytes that the code page lacks");
     if (_nameKnown && _name.empty() && !isRoot) _context.note(record, "empty name");
     if (_nameKnown && _name.size() > KeyObj::MAX_KEY_NAME_LENGTH)
-        _context.note(record, "name of " + std::to_string(_name.size()) + " characters");
+        _context.note(record, "name of " + countText(_name.size(), "character"));
     if (length % 2 && !(L16ToHost(nk.flags) & hive_record_nk::FLAG_COMPRESSED_NAME))
         _context.note(record, "UTF-16 name of odd length");
     return true;
@@ -63,7 +63,7 @@ void KeyCheck::checkClassName(u32 key, u32 record, u16 length) {
     const TakenCell cell = _context.take(record, CellUse::className, key);
     // It is carried over and never read, so nothing is lost by a wrong length.
     if (cell && cell.length - RECORD_HEAD_SIZE < length)
-        _context.note(key, "class name of " + std::to_string(length) + " bytes in a cell of " +
+        _context.note(key, "class name of " + countText(length, "byte") + " in a cell of " +
                                std::to_string(cell.length));
 }
 
@@ -74,9 +74,9 @@ void KeyCheck::checkSubkeys(const Pending& key, u32 list, u32 count) {
     const bool hasList = list != 0 && list != INVALID_RECORD;
     if (hasList) checkList(key, list, key.record, true);
     if (_listed != count)
-        _context.fault(key.record, hasList ? "lists " + std::to_string(_listed) + " subkeys, says " +
-                                                 std::to_string(count)
-                                           : std::to_string(count) + " subkeys, but no list");
+        _context.fault(key.record,
+                       hasList ? "lists " + countText(_listed, "subkey") + ", says " + std::to_string(count)
+                               : countText(count, "subkey") + ", but no list");
 }
 
 void KeyCheck::checkList(const Pending& key, u32 list, u32 owner, bool top) {

@@ -38,7 +38,7 @@ void checkCells(CheckContext& context, u64 from, u64 end, u64 limit) {
         const u32 length = cell.absoluteSize();
         if (length < MIN_CELL || length % MIN_CELL || length > end - at) {
             context.fault(offset, "cell size " + std::to_string(cell.size()) + ": the other " +
-                                      std::to_string(end - at) + " bytes of the hbin are lost");
+                                      countText(end - at, "byte") + " of the hbin are lost");
             return;
         }
         if (length > limit - at) {
@@ -71,7 +71,7 @@ BaseBlock checkBaseBlock(CheckContext& context) {
     const u64 needed = u64{L32ToHost(header.hbinsSize)} + HIVE_HEADER_SIZE;
     if (needed > size)
         context.fault(place,
-                      "the file ends " + std::to_string(needed - size) + " bytes before the hbins area does");
+                      "the file ends " + countText(needed - size, "byte") + " before the hbins area does");
     if (needed > ~u32{0}) context.fault(place, "the hbins area ends behind 4 GiB");
     const u32 primary = L32ToHost(header.primarySequence), secondary = L32ToHost(header.secondarySequence);
     if (primary != secondary)
@@ -93,8 +93,7 @@ void checkHbins(CheckContext& context, const hive_header& header) {
         if (!wrong.empty()) {
             do at += HBIN_READ_BUFFER_SIZE;
             while (at < limit && !headFault(headAt(at), at, end).empty());
-            context.fault(offset,
-                          wrong + ": " + std::to_string(std::min(at, end) - offset) + " bytes are lost");
+            context.fault(offset, wrong + ": " + countText(std::min(at, end) - offset, "byte") + " are lost");
             continue;
         }
         const u32 size = L32ToHost(head.size), next = L32ToHost(head.next);

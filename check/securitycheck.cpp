@@ -17,7 +17,7 @@ void SecurityCheck::checkRing(u32 root, u32 first) {
         const u32 index = _context.cells.find(users.record);
         if (index == CellTable::NONE || _context.cells.use(index) != CellUse::security)
             _context.fault(users.first, "its security record at " + hexText(users.record) + ", used by " +
-                                            std::to_string(users.keys) + " keys, is not on the ring");
+                                            countText(users.keys, "key") + ", is not on the ring");
     }
 }
 
@@ -69,10 +69,10 @@ bool SecurityCheck::checkRecord(u32 record, u32 owner, u32& blink, u32& flink) {
     }
     const u32 size = L32ToHost(sk.descriptorSize), count = L32ToHost(sk.refCount);
     if (size > cell.length - sizeof(sk))
-        _context.fault(record, "descriptor of " + std::to_string(size) + " bytes runs past its cell");
+        _context.fault(record, "descriptor of " + countText(size, "byte") + " runs past its cell");
     if (count != usersOf(record))
         _context.fault(record, "reference count " + std::to_string(count) + ", used by " +
-                                   std::to_string(usersOf(record)) + " keys");
+                                   countText(usersOf(record), "key"));
     blink = L32ToHost(sk.blink);
     flink = L32ToHost(sk.flink);
     return true;

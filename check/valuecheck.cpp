@@ -27,7 +27,7 @@ void ValueCheck::check(u32 key, u32 list, u32 count) {
     const u64 room = (cell.length - RECORD_HEAD_SIZE) / OFFSET_ENTRY_SIZE;
     if (count > room)
         _context.fault(list,
-                       "room for " + std::to_string(room) + " values, the key says " + std::to_string(count));
+                       "room for " + countText(room, "value") + ", the key says " + std::to_string(count));
     _named.clear();
     OffsetList records(_context, cell, RECORD_HEAD_SIZE, std::min<u64>(count, room));
     for (u32 place = 0, record = 0; records.next(record); ++place) checkValue(record, list, place);
@@ -44,13 +44,13 @@ void ValueCheck::checkValue(u32 record, u32 list, u32 place) {
     const u32 nameLength = L16ToHost(vk.nameLength);
     const bool compressed = (L16ToHost(vk.flags) & hive_record_vk::FLAG_COMPRESSED_NAME) != 0;
     if (sizeof(vk) + nameLength > cell.length) {
-        _context.fault(record, "name of " + std::to_string(nameLength) + " bytes runs past its cell");
+        _context.fault(record, "name of " + countText(nameLength, "byte") + " runs past its cell");
     } else if (!_context.readValueName(cell, _name)) {
         _context.fault(record, "name has bytes that the code page lacks");
     } else {
         if (!compressed && nameLength % 2) _context.note(record, "UTF-16 name of odd length");
         if (_name.size() > ValueObj::MAX_VALUE_NAME_LENGTH)
-            _context.note(record, "name of " + std::to_string(_name.size()) + " characters");
+            _context.note(record, "name of " + countText(_name.size(), "character"));
         makeUpper(_name);
         u64 hash = 0;
         for (const char16_t unit : _name) hash = (hash ^ unit) * 0x100000001B3;  // of FNV-1a
@@ -66,15 +66,14 @@ void ValueCheck::checkData(u32 value, const hive_record_vk& vk) {
     if (size == 0) return;
     if (field & hive_record_vk::FLAG_RESIDENT) {
         if (size > RESIDENT_BYTES)
-            _context.fault(value,
-                           "data of " + std::to_string(size) + " bytes said to be in the record itself");
+            _context.fault(value, "data of " + countText(size, "byte") + " said to be in the record itself");
         return;
     }
     if (!_context.isV13 && size > FRAGMENT_BYTES) return checkBigData(value, place, size);
     const TakenCell cell = _context.take(place, CellUse::data, value);
     if (cell && cell.length - RECORD_HEAD_SIZE < size)
-        _context.fault(
-            value, "data of " + std::to_string(size) + " bytes in a cell of " + std::to_string(cell.length));
+        _context.fault(value,
+                       "data of " + countText(size, "byte") + " in a cell of " + std::to_string(cell.length));
 }
 
 void ValueCheck::checkBigData(u32 value, u32 record, u32 size) {
@@ -82,19 +81,19 @@ void ValueCheck::checkBigData(u32 value, u32 record, u32 size) {
     if (!cell) return;
     const auto db = _context.record(cell, sizeof(hive_record_db)).as<hive_record_db>();
     if (cell.length < sizeof(db) || std::memcmp(db.signature, hive_record_db::SIGNATURE, 2) != 0)
-        return _context.fault(record, "no big-data record for " + std::to_string(size) + " bytes");
+        return _context.fault(record, "no big-data record for " + countText(size, "byte"));
     const u32 count = L16ToHost(db.fragments), list = L32ToHost(db.fragmentList);
     const u32 needed = (size - 1) / FRAGMENT_BYTES + 1;
     if (count < needed)
-        _context.fault(record, std::to_string(count) + " fragments for " + std::to_string(size) + " bytes");
+        _context.fault(record, countText(count, "fragment") + " for " + countText(size, "byte"));
     else if (count > needed)
-        _context.note(record, std::to_string(count - needed) + " fragments more than the data needs");
+        _context.note(record, countText(count - needed, "fragment") + " more than the data needs");
     const TakenCell listCell = _context.take(list, CellUse::fragmentList, record);
     if (!listCell) return;
     const u64 room = (listCell.length - RECORD_HEAD_SIZE) / OFFSET_ENTRY_SIZE;
     if (count > room)
-        _context.fault(list, "room for " + std::to_string(room) + " fragments, the record says " +
-                                 std::to_string(count));
+        _context.fault(
+            list, "room for " + countText(room, "fragment") + ", the record says " + std::to_string(count));
     OffsetList fragments(_context, listCell, RECORD_HEAD_SIZE, std::min<u64>(count, room));
     for (u32 index = 0, fragment = 0; fragments.next(fragment); ++index)
         checkFragment(fragment, list, index, count, size);
@@ -106,11 +105,11 @@ void ValueCheck::checkFragment(u32 fragment, u32 list, u64 index, u32 count, u32
     const u64 before = index * FRAGMENT_BYTES;
     if (index + 1 < count) {
         if (cell.length != hive_record_db::FRAGMENT_CELL_SIZE)
-            _context.fault(fragment, "cell of " + std::to_string(cell.length) + " bytes for a full fragment");
+            _context.fault(fragment, "cell of " + countText(cell.length, "byte") + " for a full fragment");
     } else if (before < size &&
                cell.length - RECORD_HEAD_SIZE < std::min<u64>(size - before, FRAGMENT_BYTES)) {
-        _context.fault(fragment, "the last " + std::to_string(size - before) +
-                                     " bytes of data in a cell of " + std::to_string(cell.length));
+        _context.fault(fragment, "the last " + countText(size - before, "byte") + " of data in a cell of " +
+                                     std::to_string(cell.length));
     }
 }
 

@@ -149,6 +149,8 @@ class Comparison:
         else:
             outcome = 'failed'
         self.results[outcome] += 1
+        if outcome == 'overlooked by the reader':
+            print('%s: %s' % (title, '; '.join(found)), flush=True)
         if outcome == 'failed':
             kept = os.path.join(tempfile.gettempdir(), 'check-differs-%d.hive' % self.results['failed'])
             shutil.copy(path, kept)
