@@ -1,0 +1,167 @@
+// Bytes as a hive: opened in every mode, read in full, exported, and changed.
+
+#include "fuzz/target.h"
+#include "hive/hivefile.h"
+#include "platform/syslog/syslogfilter.h"
+#include "platform/syslog/syslogstream.h"
+#include "regfile/regfileutil.h"
+#include "regfile/salvage/salvage.h"
+#include "regfile/util.h"
+#include "regfile/valueedit.h"
+#include "regfile/walkbudget.h"
+#include "tests/support/memorystripe.h"
+
+namespace {
+
+using namespace HiveFuzz;                // NOLINT
+using namespace Libraries::Files::Hive;  // NOLINT
+using HiveTest::MemoryStripe;
+
+constexpr u64 BUFFER_BYTES = 65536;
+constexpr u32 TEXT_LIMIT = 16777216;  // as the export reads texts
+constexpr u32 LOOKUPS_PER_KEY = 3;
+constexpr u64 BROKEN_LISTS = 1000;  // a list may cost its whole length before it turns out broken
+
+/// Uses every reading operation on a hive and goes on behind everything that cannot be read. The work is
+/// bounded by the size of the file.
+class Reading {
+ public:
+    explicit Reading(HiveFile& hive) : _budget(hive.root()), _buffer(BUFFER_BYTES) {
+        HiveUsage usage;
+        hive.header();
+        hive.usage(usage);
+        const auto walk = hive.securityDescriptorIterator();
+        while (const auto descriptor = walk ? walk->next() : nullptr) {
+            descriptor->get();
+            descriptor->users();
+        }
+        if (const Ref<Key> root = hive.root()) readKey(root);
+    }
+
+ private:
+    void readKey(const Ref<Key>& key) {
+        readValues(key);
+        const auto subkeys = key->keyIterator();
+        u32 lookups = 0;
+        for (u32 left = subkeys ? subkeys->count() : 0; left > 0; --left) {
+            const Ref<Key> subkey = subkeys->next();
+            _brokenLists += !subkey;
+            if (!subkey || !_budget.takeEntry() || _brokenLists > BROKEN_LISTS) return;
+            const Ref<String> name = subkey->name();
+            if (name && lookups++ < LOOKUPS_PER_KEY) key->key(name->upper());
+            readKey(subkey);
+        }
+    }
+
+    void readValues(const Ref<Key>& key) {
+        const auto values = key->valueIterator();
+        u32 lookups = 0;
+        for (u32 left = values ? values->count() : 0; left > 0; --left) {
+            const Ref<Value> value = values->next();
+            _brokenLists += !value;
+            if (!value || !_budget.takeEntry()) return;
+            const Ref<String> name = value->name();
+            if (name && lookups++ < LOOKUPS_PER_KEY) key->value(name->upper());
+            readValue(*value);
+        }
+    }
+
+    void readValue(Value& value) {
+        const u32 size = value.size();
+        if (!_budget.takeData(size)) return;
+        value.string(TEXT_LIMIT);
+        value.strings(TEXT_LIMIT);
+        value.number();
+        const ShPtr buffer(_buffer.data());
+        const u32 piece = static_cast<u32>(std::min<u64>(size, BUFFER_BYTES));
+        for (const u32 from : {0U, size / 2, size - std::min(size, 1U)}) value.read(buffer, from, piece);
+        const auto data = value.binary();
+        if (!data) return;
+        for (u64 taken = 0; taken < size && data->read(buffer, piece) == piece; taken += piece) continue;
+        data->seek(data->elementCount());
+        data->read(buffer, std::min(piece, 16U));
+    }
+
+    WalkBudget _budget;
+    std::vector<u8> _buffer;
+    u64 _brokenLists = 0;
+};
+
+/// Changes some keys and values of whatever the hive holds, the first ones found. Whether it succeeds is
+/// open.
+void change(const Ref<Key>& key, u32& left) {
+    static const std::vector<u8> data(20000, 'x');
+    const auto newName = String::from8("New");
+    const auto subkeys = key->keyIterator();
+    while (const auto subkey = subkeys && left > 0 ? subkeys->next() : nullptr) {
+        --left;
+        change(subkey, left);
+        const u32 kind = left % 4;
+        if (kind == 0) key->move(subkey, newName);
+        if (kind == 1) Util::recursiveKeyDelete(key, subkey);
+    }
+    const auto values = key->valueIterator();
+    while (const auto value = values && left > 0 ? values->next() : nullptr) {
+        const u32 kind = --left % 8;
+        if (kind < 4) ValueEdit::setData(key, value, data.data(), kind * kind * 2000);
+        if (kind == 4) key->move(value, newName);
+        if (kind == 5) key->deleteValue(value);
+        if (kind == 6) value->setString(newName);
+    }
+    if (const auto child = key->createKey(newName)) child->createValue(newName, Value::valueQword);
+    if (const auto value = key->createValue(newName, Value::valueString)) value->setString(newName);
+}
+
+void use(const std::vector<u8>& file, u32 mode) {
+    const auto store = makeRef<MemoryStripe>(file);
+    store->setMaxElementCount(file.size() + (u64{1} << 20));
+    Ref<HiveFile> hive = HiveFile::open(store, mode, HiveFile::hiveCodepageLatin1);
+    if (!hive) return;
+    Reading all(*hive);
+    Ref<Key> root = hive->root();
+    if (root && (mode & HiveFile::modeReadOnly)) {
+        const auto options =
+            mode & HiveFile::modeUnsafe ? RegFileUtil::exportBinaryOnly : RegFileUtil::exportDefault;
+        RegFileUtil::exportRegFile(root, makeRef<MemoryStripe>(), String::from8("HKEY_USERS/X"), options,
+                                   nullptr, false);
+    }
+    expect(!store->counters.writes && !store->counters.resizes, "reading writes nothing");
+    u32 changes = 40;
+    if (root) change(root, changes);
+    hive->flush();
+    root.reset();
+    hive.reset();
+    if (mode & HiveFile::modeReadOnly)
+        return expect(store->bytes() == file, "a read-only hive stays as it is");
+    if ((hive = HiveFile::open(store, HiveFile::modeReadOnly, HiveFile::hiveCodepageLatin1)))
+        Reading again(*hive);
+}
+
+void salvage(const std::vector<u8>& file) {
+    const auto store = makeRef<MemoryStripe>(file), target = makeRef<MemoryStripe>();
+    SalvageCounts counts;
+    Salvage::exportRegFile(
+        store, HiveFile::hiveCodepageLatin1, {}, target, String::create(), RegFileUtil::exportBinaryOnly,
+        [](const SalvageFinding&) {}, counts);
+    expect(store->bytes() == file, "salvage changes nothing");
+}
+
+/// Lets the lines of the log be put together, for some inputs, and drops them.
+void setLog(bool on) {
+    const auto dropped = CharWriter::create(makeRef<MemoryStripe>(), 0);
+    SysLogStream::redirect(on ? CharPrinter::create(dropped) : nullptr);
+    SysLogFilter::setLevel(on ? 1 : SysLogFilter::levelSilent);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const Platform::u8* data, std::size_t size) {
+    const std::vector<u8> file(data, data + size);
+    setLog(size > 508 && file[508] % 8 == 0);
+    constexpr u32 all = HiveFile::modeWriteThrough | HiveFile::modeResizeAll | HiveFile::modeLinearFallback;
+    for (const u32 mode : {u32{HiveFile::modeReadOnly}, HiveFile::modeReadOnly | HiveFile::modeLinearFallback,
+                           HiveFile::modeReadOnly | HiveFile::modeUnsafe, u32{HiveFile::modeReadWrite}, all})
+        use(file, mode);
+    salvage(file);
+    return 0;
+}

@@ -1,0 +1,76 @@
+// Bytes as a registry text: what an import of it leaves comes back from its own export.
+
+#include "fuzz/target.h"
+#include "hive/hivefile.h"
+#include "regfile/regfileutil.h"
+#include "tests/support/hivecheck.h"
+#include "tests/support/memorystripe.h"
+
+namespace {
+
+using namespace HiveFuzz;  // NOLINT
+using HiveTest::MemoryStripe;
+using Libraries::Files::Hive::HiveFile;
+using Libraries::Files::Hive::ImportCounts;
+using Libraries::Files::Hive::RegFileUtil;
+using Platform::makeRef;
+using Platform::Ref;
+using Platform::String;
+
+/// A new hive, and what is done with it.
+class Hive {
+ public:
+    explicit Hive(u32 minor)
+        : _store(makeRef<MemoryStripe>()),
+          _hive(HiveFile::create(_store, minor, HiveFile::modeReadWrite, HiveFile::hiveCodepageLatin1,
+                                 nullptr)) {}
+
+    bool import(const std::vector<u8>& text, ImportCounts* counts = nullptr) {
+        return RegFileUtil::importRegFile(_hive, makeRef<MemoryStripe>(text), String::create(), nullptr, true,
+                                          counts);
+    }
+    std::vector<u8> exported(RegFileUtil::ExportOptions options) {
+        const auto target = makeRef<MemoryStripe>();
+        expect(RegFileUtil::exportRegFile(_hive->root(), target, String::create(), options, nullptr, false),
+               "what was imported can be exported");
+        return target->bytes();
+    }
+    void reopen() {
+        _hive.reset();
+        for (const std::string& fault : HiveTest::hiveFaults(_store->bytes())) expect(false, "no " + fault);
+        _hive = HiveFile::open(_store, HiveFile::modeReadWrite, HiveFile::hiveCodepageLatin1);
+        expect(bool(_hive), "the hive opens again");
+    }
+
+ private:
+    Ref<MemoryStripe> _store;
+    Ref<HiveFile> _hive;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const Platform::u8* data, std::size_t size) {
+    Input input(data, size);
+    const u32 minor = input.byte() % 2 ? 3 : 5;
+    const std::string text = input.rest();
+    Hive first(minor), second(minor), plain(minor);
+    first.import({text.begin(), text.end()});
+    const std::vector<u8> exact = first.exported(RegFileUtil::exportBinaryOnly);
+    const std::vector<u8> readable = first.exported(RegFileUtil::exportDefault);
+
+    first.reopen();
+    expect(first.exported(RegFileUtil::exportBinaryOnly) == exact, "the file holds what memory held");
+    ImportCounts counts;
+    expect(first.import(exact, &counts) && counts.keysCreated == 0, "its own export can be imported");
+    expect(first.exported(RegFileUtil::exportBinaryOnly) == exact, "a hive's own export changes nothing");
+
+    expect(second.import(exact), "an export can be imported");
+    second.reopen();
+    expect(second.exported(RegFileUtil::exportBinaryOnly) == exact, "an export comes back");
+
+    // Strings with line breaks have no readable form.
+    if (!plain.import(readable)) return 0;
+    plain.reopen();
+    expect(plain.exported(RegFileUtil::exportDefault) == readable, "a readable export comes back");
+    return 0;
+}

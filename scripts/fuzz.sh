@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# fuzz.sh TARGET SECONDS: runs one fuzz target (hive, program, regtext, strings) that was built with the fuzz preset,
+# from the seeds and what earlier runs found in build/fuzz/corpus. Fails with the input kept as build/fuzz/TARGET-*
+# when a property does not hold, the library breaks a rule of the sanitizers, or an input takes over 10 s or 2 GiB.
+. "$(dirname "$0")/lib.sh"
+
+target=$1
+longest=4096
+[ "$target" = hive ] && longest=65536
+corpus=build/fuzz/corpus/$target
+seeds=$(mktemp -d)
+trap 'rm -rf "$seeds"' EXIT
+mkdir -p "$corpus"
+build/fuzz/bin/write_seeds "$seeds"
+cp fuzz/regressions/"$target"/* "$seeds/$target" 2>/dev/null || true  # a target may have none
+build/fuzz/bin/fuzz_"$target" -max_total_time="$2" -timeout=10 -rss_limit_mb=2048 -max_len="$longest" \
+    -dict=fuzz/text.dict -print_final_stats=1 -artifact_prefix="build/fuzz/$target-" "$corpus" "$seeds/$target"
