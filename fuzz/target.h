@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "platform/system/types.h"
+#include "tests/support/hivecheck.h"
 
 /// The entry point that each target defines: uses one input in full. Stops the process when a property does
 /// not hold.
@@ -22,6 +22,10 @@ inline void expect(bool holds, const std::string& property) {
     if (holds) return;
     std::fprintf(stderr, "does not hold: %s\n", property.c_str());
     std::abort();
+}
+
+inline void expectSound(const std::vector<u8>& hive) {
+    for (const std::string& fault : HiveTest::hiveFaults(hive)) expect(false, "no " + fault);
 }
 
 /// Takes an input apart; gives zeros behind its end.

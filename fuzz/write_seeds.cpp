@@ -3,7 +3,7 @@
 
 #include "hive/hivefile.h"
 #include "regfile/regfileutil.h"
-#include "tests/support/hivebuilder.h"
+#include "tests/support/hiveshapes.h"
 #include "tests/support/memorystripe.h"
 #include "tests/support/tempdir.h"
 
@@ -13,63 +13,6 @@ using namespace HiveTest;  // NOLINT: made of the builder's words
 using Libraries::Files::Hive::HiveFile;
 using Libraries::Files::Hive::RegFileUtil;
 using Platform::String;
-
-std::u16string numbered(const char16_t* head, u32 number) {
-    const std::string digits = std::to_string(1000 + number);
-    return head + std::u16string(digits.begin(), digits.end());
-}
-
-/// Values of every type and storage form; `large` is the length of the biggest.
-std::vector<ValuePlan> variedValues(u32 large) {
-    using namespace std::string_view_literals;
-    return {{.name = u"", .type = 1, .data = utf16Bytes(u"default value")},
-            {.name = u"Text", .type = 1, .data = utf16Bytes(u"some text with \"quotes\" and \\")},
-            {.name = u"Expand", .type = 2, .data = utf16Bytes(u"%SystemRoot%\\System32")},
-            {.name = u"One", .type = 1, .data = {65}},
-            {.name = u"Empty", .type = 3},
-            {.name = u"Dword", .type = 4, .data = numberBytes(0xDEADBEEF)},
-            {.name = u"ShortDword", .type = 4, .data = {1, 2}},
-            {.name = u"BigEndian", .type = 5, .data = {1, 2, 3, 4}, .storage = Storage::single},
-            {.name = u"List", .type = 7, .data = utf16Bytes(u"first\0second\0\0"sv)},
-            {.name = u"Qword", .type = 11, .data = numberBytes(0x1122334455667788, 8)},
-            {.name = u"Wide \u0416\u4E2D", .type = 0x8001, .data = patternBytes(9)},
-            {.name = u"Large", .type = 3, .data = patternBytes(large, 7)}};
-}
-
-KeyPlan deepTree(u32 depth) {
-    KeyPlan key{.name = u"Bottom", .values = variedValues(100), .className = u"Deepest", .security = 2};
-    for (u32 i = 0; i < depth; ++i) key = {.name = numbered(u"Level", i), .keys = {key}, .security = i % 3};
-    return key;
-}
-
-struct Shape {
-    const char* name;
-    u32 minor;
-    ListKind list;
-    std::vector<u32> sublists;
-    u32 large;  // bytes of the largest value
-    u32 hbinSize = 4096;
-    u32 room = 64;  // bytes before everything else: data further up than its length is read whole
-};
-
-/// Taken together the shapes have every kind of list, every storage form of values, both forms of names,
-/// class names, security records, free cells and hbins of several sizes.
-std::vector<u8> hiveOf(const Shape& shape) {
-    KeyPlan folded{.name = u"Folded", .list = shape.list, .sublists = shape.sublists};
-    for (u32 i = 0; i < 40; ++i) folded.keys.push_back({.name = numbered(u"Key", i)});
-    const KeyPlan wide{
-        .name = u"\u0416\u0443\u043A", .values = variedValues(30), .nameForm = NameForm::utf16};
-    HiveBuilder hive(shape.minor);
-    hive.setHbinSize(shape.hbinSize);
-    hive.setDescriptors({patternBytes(20, 1), patternBytes(48, 2), patternBytes(33, 3)});
-    hive.freeCell(shape.room);
-    hive.build({.name = u"ROOT",
-                .values = variedValues(shape.large),
-                .keys = {folded, wide, {.name = u"Leaf", .className = u"Class"}, deepTree(12)}});
-    hive.freeCell(200);
-    hive.allocate(40);
-    return hive.finish();
-}
 
 std::string exported(const std::vector<u8>& file, RegFileUtil::ExportOptions options) {
     const auto hive = HiveFile::open(Platform::makeRef<MemoryStripe>(file), HiveFile::modeReadOnly,
@@ -98,17 +41,10 @@ int main(int argc, char** argv) {
         writeFile(directory + name, bytes);
     };
     const auto bytesOf = [](const std::string& text) { return std::vector<u8>(text.begin(), text.end()); };
-    for (const Shape& shape : {Shape{"1.3 lf", 3, ListKind::lf, {}, 20000, 4096, 20000},
-                               {"1.3 li", 3, ListKind::li, {}, 700, 8192},
-                               {"1.3 ri over li", 3, ListKind::riLi, {1, 16, 23}, 5000},  // lies too low
-                               {"1.5 lh", 5, ListKind::lh, {}, 16344, 16384},
-                               {"1.5 ri over lh", 5, ListKind::riLh, {20, 19, 1}, 17000, 4096, 16400},
-                               {"1.5 db list", 5, ListKind::lh, {}, 40000, 4096, 16400},
-                               {"1.5 wrong lists", 5, ListKind::li, {}, 100}}) {
-        const std::vector<u8> hive = hiveOf(shape);
-        write("hive", shape.name, hive);
+    for (const auto& [shape, hive] : hiveShapes()) {
+        write("hive", shape, hive);
         for (const auto options : {RegFileUtil::exportDefault, RegFileUtil::exportBinaryOnly}) {
-            const std::string name = shape.name + std::string(options ? ", exact" : "");
+            const std::string name = shape + (options ? ", exact" : "");
             const std::string text = exported(hive, options);
             write("regtext", name, bytesOf("\1" + utf8(text).substr(0, 4000)));
             write("strings", name, bytesOf("\3\3\3" + utf8(text).substr(0, 1000)));

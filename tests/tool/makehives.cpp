@@ -3,8 +3,7 @@
 
 #include <iostream>
 
-#include "fuzz/hiveshapes.h"
-#include "tests/support/hivebuilder.h"
+#include "tests/support/hiveshapes.h"
 #include "tests/support/tempdir.h"
 
 namespace HiveTest {
@@ -127,7 +126,7 @@ void writeBig(const std::string& path) {
 
 int main(int argc, char** argv) try {
     if (argc == 3 && argv[1] == std::string("--shapes")) {
-        for (const HiveFuzz::HiveShape& shape : HiveFuzz::hiveShapes())
+        for (const HiveTest::HiveShape& shape : HiveTest::hiveShapes())
             HiveTest::writeFile(std::string(argv[2]) + "/" + shape.name, shape.file);
         return 0;
     }
