@@ -117,7 +117,8 @@ bool RegistryHiveObj::initRecord(u32 offset, u32 size) {
         log(3, Channel::hive, "Failed to write free record while initializing, record=", offset);
         return restoreCellSize(hbinIdx, offset, static_cast<s32>(length));
     }
-    updateFreeSpace(hbinIdx);
+    const u32 changed = size == length ? length : length + behind;
+    noteChange(hbinIdx, offset, changed, offset + size, changed - size);
     return true;
 }
 
@@ -166,24 +167,46 @@ bool RegistryHiveObj::updateFreeSpace(u32 hbinIdx) {
                     function);
     u32 largest = 0;
     u32 largestRecord = 0;
+    u32 others = 0;
+    bool sound = true;
     u64 position = sizeof(hive_hbin);
-    while (position + sizeof(hive_record) < hbinSize) {
+    while (sound && position + sizeof(hive_record) < hbinSize) {
         const auto size = static_cast<s32>(hbin.u32At(position));
         const u32 length = size < 0 ? 0U - static_cast<u32>(size) : static_cast<u32>(size);
         const u32 record = hbinOffset + static_cast<u32>(position);
-        if (length < sizeof(hive_record) || length % hive_hbin::RECORD_ALIGNMENT) {
+        sound = length >= sizeof(hive_record) && length % hive_hbin::RECORD_ALIGNMENT == 0;
+        if (!sound) {
             log(3, Channel::hive, "Invalid record size: ", length);
             log(1, Channel::hive, "record: ", record);
-            break;
-        }
-        if (size > 0 && length > largest) {
+        } else if (size > 0 && length > largest) {
+            others = largest;
             largest = length;
             largestRecord = record;
+        } else if (size > 0) {
+            others = std::max(others, length);
         }
         position += length;
     }
-    _hbins.setLargestFree(hbinIdx, largest, largestRecord);
+    sound = sound && position == hbinSize;
+    _hbins.setLargestFree(hbinIdx, largest, largestRecord, sound ? others : UNKNOWN_LENGTH);
     return true;
+}
+
+/// Brings an hbin's largest free cell in step after the `length` bytes at `offset`, whole cells, have become
+/// used cells and one free cell (none if `freeLength` is 0). Looks at all its cells only where it must: when
+/// the largest has gone, and when they were not sound, so that the log goes on telling.
+void RegistryHiveObj::noteChange(u32 hbinIdx, u32 offset, u32 length, u32 freeRecord, u32 freeLength) {
+    const HbinDescriptor& hbin = _hbins[hbinIdx];
+    const u32 largest = hbin.largestFree, record = hbin.largestFreeRecord, others = hbin.otherFree;
+    const bool gone = largest && record >= offset && record - offset < length;
+    if (others == UNKNOWN_LENGTH || (gone && freeLength <= others))
+        updateFreeSpace(hbinIdx);
+    else if (gone)
+        _hbins.setLargestFree(hbinIdx, freeLength, freeRecord, others);
+    else if (freeLength > largest || (freeLength == largest && freeLength && freeRecord < record))
+        _hbins.setLargestFree(hbinIdx, freeLength, freeRecord, std::max(others, largest));
+    else
+        _hbins.setLargestFree(hbinIdx, largest, record, std::max(others, freeLength));
 }
 
 u32 RegistryHiveObj::resizeRecord(u32 offset, u32 size, bool copyData, u32* allocatedSize,
@@ -224,7 +247,7 @@ u32 RegistryHiveObj::resizeRecord(u32 offset, u32 size, bool copyData, u32* allo
             restoreCellSize(hbinIdx, offset, -static_cast<s32>(current));
             return INVALID_RECORD;
         }
-        updateFreeSpace(hbinIdx);
+        noteChange(hbinIdx, offset, available, offset + wanted, available - wanted);
         return offset;
     }
     const u32 moved = moveRecord(offset, current, wanted, copyData);
@@ -239,7 +262,7 @@ u32 RegistryHiveObj::resizeRecord(u32 offset, u32 size, bool copyData, u32* allo
 bool RegistryHiveObj::freeRecord(u32 hbinIdx, u32 offset, u32 current, u32 available) {
     if (!writeCellSize(hbinIdx, offset, static_cast<s32>(available)))
         return restoreCellSize(hbinIdx, offset, -static_cast<s32>(current));
-    updateFreeSpace(hbinIdx);
+    noteChange(hbinIdx, offset, available, offset, available);
     return true;
 }
 

@@ -6,14 +6,9 @@
 
 namespace Libraries::Files::Hive {
 
-namespace {
-constexpr u32 bytesPerBit = hive_hbin::RECORD_ALIGNMENT;
-constexpr u32 bytesPerWord = bytesPerBit * 64;
-}  // namespace
-
 CellMap::Answer CellMap::isBoundary(const u8* hbin, u32 size, u32 position) {
     if (position == sizeof(hive_hbin)) return Answer::boundary;
-    if (_bits.empty()) _bits.resize(size / bytesPerWord);
+    if (size > HBIN_READ_BUFFER_SIZE && _manyBits.empty()) _manyBits.resize(size / BYTES_PER_WORD);
     while (_walked < position) {
         const u32 length = RecordView(hbin + _walked, size - _walked).absoluteSize();
         if (length == 0) return Answer::zeroSizedCell;
@@ -35,36 +30,33 @@ void CellMap::changed(u32 position, u32 length) {
         return;
     }
     const u64 end = std::min<u64>(u64{position} + length, _walked);
-    const u32 first = std::max<u32>(position / bytesPerBit * bytesPerBit, sizeof(hive_hbin));
-    for (u64 cell = first; cell < end; cell += bytesPerBit) {
+    const u32 first = std::max<u32>(position / BYTES_PER_BIT * BYTES_PER_BIT, sizeof(hive_hbin));
+    for (u64 cell = first; cell < end; cell += BYTES_PER_BIT) {
         if (cell + sizeof(hive_record) <= position || !isMarked(static_cast<u32>(cell))) continue;
         _walked = static_cast<u32>(cell);
         return;
     }
 }
 
-bool CellMap::isMarked(u32 position) const {
-    return position == sizeof(hive_hbin) ||
-           (_bits[position / bytesPerWord] >> (position / bytesPerBit % 64) & 1) != 0;
-}
-
 void CellMap::mark(u32 position) {
-    if (position % bytesPerBit == 0)
-        _bits[position / bytesPerWord] |= u64{1} << (position / bytesPerBit % 64);
-    else
+    if (position % BYTES_PER_BIT) {
         _unaligned = true;
+        return;
+    }
+    bits()[position / BYTES_PER_WORD] |= u64{1} << (position / BYTES_PER_BIT % 64);
+    _marked = std::max(_marked, position + BYTES_PER_BIT);
 }
 
 void CellMap::unmark(u32 from, u32 end) {
     // Whole words at once: a cell may be megabytes long.
-    u32 bit = (from + bytesPerBit - 1) / bytesPerBit;
-    const u32 endBit = (end + bytesPerBit - 1) / bytesPerBit;
+    u32 bit = (from + BYTES_PER_BIT - 1) / BYTES_PER_BIT;
+    const u32 endBit = (std::min(end, _marked) + BYTES_PER_BIT - 1) / BYTES_PER_BIT;
     while (bit < endBit) {
         if (bit % 64 == 0 && endBit - bit >= 64) {
-            _bits[bit / 64] = 0;
+            bits()[bit / 64] = 0;
             bit += 64;
         } else {
-            _bits[bit / 64] &= ~(u64{1} << (bit % 64));
+            bits()[bit / 64] &= ~(u64{1} << (bit % 64));
             ++bit;
         }
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+
 #include "hive/format.h"
 #include "platform/system/heap.h"
 
@@ -17,17 +19,31 @@ class CellMap {
     /// is a multiple of 8, at least 32 and below `size`.
     Answer isBoundary(const u8* hbin, u32 size, u32 position);
 
+    /// Whether the walk has already found that a cell begins at `position`, a multiple of 8 inside the hbin.
+    bool isKnownBoundary(u32 position) {
+        return position <= _walked && isMarked(position);
+    }
     /// `length` bytes of the hbin from `position` on were changed: if a size field is among them, the cells
     /// behind the first such cell are unknown again.
     void changed(u32 position, u32 length);
 
  private:
-    bool isMarked(u32 position) const;
+    static constexpr u32 BYTES_PER_BIT = hive_hbin::RECORD_ALIGNMENT;
+    static constexpr u32 BYTES_PER_WORD = BYTES_PER_BIT * 64;
+
+    u64* bits() { return _manyBits.empty() ? _fewBits.data() : _manyBits.data(); }
+    bool isMarked(u32 position) {
+        return position == sizeof(hive_hbin) ||
+               (bits()[position / BYTES_PER_WORD] >> (position / BYTES_PER_BIT % 64) & 1) != 0;
+    }
     void mark(u32 position);
     void unmark(u32 from, u32 end);
 
-    Platform::Array<u64> _bits;       // one bit for every 8 bytes: a cell begins here
+    // One bit for every 8 bytes: a cell begins here. Most hbins are of the least size and need no array.
+    std::array<u64, HBIN_READ_BUFFER_SIZE / BYTES_PER_WORD> _fewBits{};
+    Platform::Array<u64> _manyBits;
     u32 _walked = sizeof(hive_hbin);  // a cell boundary; all boundaries up to it are known
+    u32 _marked = 0;                  // bits from here on are clear
     bool _unaligned = false;          // a boundary without a bit was passed
 };
 

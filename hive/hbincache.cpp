@@ -1,11 +1,19 @@
 #include "hive/hbincache.h"
 
+#include "platform/system/error.h"
+
 namespace Libraries::Files::Hive {
+
+namespace {
+constexpr u32 GROWTH = 4;
+/// The cache grows when one load in so many brings back an hbin that was dropped.
+constexpr u32 ENOUGH_COME_BACK = 4;
+}  // namespace
 
 bool HbinCache::allocate(u64 size) {
     release();
     if (size > UINT32_MAX) return false;
-    _size = static_cast<u32>(size);
+    _size = _capacity = static_cast<u32>(size);
     _memory = Platform::ShMem::create(size);
     return bool(_memory);
 }
@@ -20,15 +28,56 @@ void HbinCache::release() {
     _memory.reset();
 }
 
-u32 HbinCache::add(u32 hbinIdx, u32 hbinSize) {
-    _entries.push_back(CachedHbin{hbinIdx, _used, hbinSize, false, {}});
+u32 HbinCache::add(u32 hbinIdx, u32 hbinSize, bool cameBack) {
+    const auto slot = static_cast<u32>(_entries.size());
+    _entries.push_back(CachedHbin{hbinIdx, _end, hbinSize, _roundNumber});
+    _round.push_back(slot);
     _used += hbinSize;
-    return static_cast<u32>(_entries.size() - 1);
+    _end += hbinSize;
+    ++_loads;
+    _cameBack += cameBack;
+    return slot;
+}
+
+void HbinCache::takeIntoRound(u32 slot) {
+    CachedHbin& hbin = _entries[slot];
+    hbin.round = _roundNumber;
+    _used += hbin.size;
+    _round.push_back(slot);
+}
+
+bool HbinCache::nextRound(bool mayRetain) {
+    if (!mayRetain || (_capacity - _end < _size && !grow())) return false;
+    _used = 0;
+    _round.clear();
+    ++_roundNumber;
+    return true;
+}
+
+/// Makes room behind what is there; false when that does not pay or there is no memory.
+bool HbinCache::grow() {
+    const u64 capacity = std::min<u64>(u64{_capacity} * GROWTH, RETAINED_BYTES);
+    if (_cameBack * ENOUGH_COME_BACK < _loads || capacity < u64{_end} + _size) return false;
+    const u32 error = Platform::Error::get();
+    const auto memory = Platform::ShMem::create(capacity);
+    if (!memory) {
+        Platform::Error::set(error);  // the cache does without
+        return false;
+    }
+    Platform::Mem::copy(memory->address(), _base, _end);
+    _memory = memory;
+    _base = memory->address();
+    _capacity = static_cast<u32>(capacity);
+    _loads = _cameBack = 0;
+    return true;
 }
 
 void HbinCache::clear() {
     _entries.clear();
-    _used = 0;
+    _round.clear();
+    _used = _end = 0;
+    _loads = _cameBack = 0;
+    ++_roundNumber;
 }
 
 }  // namespace Libraries::Files::Hive

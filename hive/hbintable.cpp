@@ -7,22 +7,19 @@ namespace Libraries::Files::Hive {
 
 void HbinTable::append(const HbinDescriptor& hbin) {
     _hbins.push_back(hbin);
+    _hbins.back().index = size() - 1;
+    _pages.insert(_pages.end(), hbin.size / HBIN_READ_BUFFER_SIZE, &_hbins.back());
+    _end = u64{hbin.offset} + hbin.size;
     if (hbin.largestFree) raise(size() - 1);
 }
 
-void HbinTable::setLargestFree(u32 index, u32 length, u32 record) {
+void HbinTable::setLargestFree(u32 index, u32 length, u32 record, u32 otherFree) {
     HbinDescriptor& hbin = _hbins[index];
     const bool changed = hbin.largestFree != length;
     hbin.largestFree = length;
     hbin.largestFreeRecord = record;
+    hbin.otherFree = otherFree;
     if (changed) raise(index);
-}
-
-u32 HbinTable::find(u32 offset) const {
-    const auto first = std::partition_point(
-        _hbins.begin(), _hbins.end(),
-        [offset](const HbinDescriptor& hbin) { return u64{hbin.offset} + hbin.size < offset; });
-    return static_cast<u32>(first - _hbins.begin());
 }
 
 u32 HbinTable::firstWithRoom(u32 length) const {

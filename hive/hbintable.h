@@ -7,31 +7,50 @@
 
 namespace Libraries::Files::Hive {
 
+/// Stands for a bound that is not known.
+constexpr u32 UNKNOWN_LENGTH = 0xFFFFFFFF;
+
 /// One known hbin.
 struct HbinDescriptor {
-    u32 offset;                    // in the hbins area
-    u32 size;                      // bytes
-    u32 largestFree = 0;           // length of the largest free cell, 0 when none is known
-    u32 largestFreeRecord = 0;     // its record offset
-    u32 cacheSlot = INVALID_HBIN;  // entry of the hbin cache that holds it
+    u32 offset;                      // in the hbins area
+    u32 size;                        // bytes
+    u32 largestFree = 0;             // length of the largest free cell, 0 when none is known
+    u32 largestFreeRecord = 0;       // its record offset
+    u32 otherFree = UNKNOWN_LENGTH;  // no other free cell is longer; unknown when the cells are not sound
+    u32 cacheSlot = INVALID_HBIN;    // entry of the hbin cache that holds it
+    u32 index = 0;                   // in the table
+    bool wasLoaded = false;          // into the hbin cache, at any time
 };
 
 /// The hbins known so far, in file order: they tile the hbins area from its start without gaps. Finds the
-/// hbin of an offset and the first hbin with room in logarithmic time.
+/// hbin of an offset at once and the first hbin with room in logarithmic time.
 class HbinTable {
  public:
     u32 size() const { return static_cast<u32>(_hbins.size()); }
     bool empty() const { return _hbins.empty(); }
     /// Where the next hbin behind the known ones starts.
-    u64 end() const { return empty() ? 0 : u64{_hbins.back().offset} + _hbins.back().size; }
+    u64 end() const { return _end; }
     const HbinDescriptor& operator[](u32 index) const { return _hbins[index]; }
 
     void append(const HbinDescriptor& hbin);
-    void setCacheSlot(u32 index, u32 slot) { _hbins[index].cacheSlot = slot; }
-    void setLargestFree(u32 index, u32 length, u32 record);
+    void setCached(u32 index, u32 slot) {
+        _hbins[index].cacheSlot = slot;
+        _hbins[index].wasLoaded = true;
+    }
+    void setDropped(u32 index) { _hbins[index].cacheSlot = INVALID_HBIN; }
+    void setLargestFree(u32 index, u32 length, u32 record, u32 otherFree = UNKNOWN_LENGTH);
 
-    /// The first hbin whose end is not before `offset`; `size()` when there is none.
-    u32 find(u32 offset) const;
+    /// The first hbin whose end is not before `offset`, so that an offset right behind an hbin still finds
+    /// it. REQUIRES: offset <= end(), and there are hbins.
+    u32 find(u32 offset) const {
+        if (offset >= _end) return size() - 1;
+        const HbinDescriptor& hbin = *_pages[offset / HBIN_READ_BUFFER_SIZE];
+        return offset == hbin.offset && hbin.index ? hbin.index - 1 : hbin.index;
+    }
+    /// The hbin whose bytes the offset lies in; null when there is none.
+    const HbinDescriptor* holding(u32 offset) const {
+        return offset < _end ? _pages[offset / HBIN_READ_BUFFER_SIZE] : nullptr;
+    }
     /// The first hbin in file order whose largest free cell has at least `length` bytes; INVALID_HBIN when
     /// none has.
     u32 firstWithRoom(u32 length) const;
@@ -41,6 +60,9 @@ class HbinTable {
 
     // A deque: a growing table never holds itself twice, which matters for hives of many thousand hbins.
     std::deque<HbinDescriptor, Platform::ArrayAllocator<HbinDescriptor>> _hbins;
+    std::deque<const HbinDescriptor*, Platform::ArrayAllocator<const HbinDescriptor*>>
+        _pages;  // the hbin of every 4096 bytes
+    u64 _end = 0;
     // A binary tree of maxima over `largestFree`, root at 1, leaves from `_leaves` on; empty while all are 0.
     Platform::Array<u32> _maxima;
     u32 _leaves = 0;

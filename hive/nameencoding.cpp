@@ -88,17 +88,23 @@ HeapBuffer stringToBytes(const Ref<String>& text, HiveFile::HiveCodepage codepag
 Ref<String> regNameToString(const u8* bytes, u32 length, HiveFile::HiveCodepage codepage) {
     std::u16string units(length, u'\0');
     for (u32 i = 0; i < length; ++i) {
+        if (bytes[i] < 128) {
+            units[i] = bytes[i];
+            continue;
+        }
         u32 codePoint = 0;
         if (!byteToChar(bytes[i], codepage, codePoint)) return nullptr;
         units[i] =
             static_cast<char16_t>(codePoint);  // all four code pages lie in the Basic Multilingual Plane
     }
-    return String::create(units);
+    return String::take(std::move(units));
 }
 
 Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool compressed,
                        HiveFile::HiveCodepage codepage) {
     if (compressed) {
+        if (const u8* const stored = record.bytesAt(offset, length))
+            return regNameToString(stored, length, codepage);
         Array<u8> bytes(length);
         record.copy(bytes.data(), offset, length);
         return regNameToString(bytes.data(), length, codepage);
@@ -106,7 +112,7 @@ Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool co
     std::u16string units(length / 2U, u'\0');
     for (u32 i = 0; i < units.size(); ++i)
         units[i] = static_cast<char16_t>(record.u16At(u64{offset} + 2 * i));
-    return String::create(units);
+    return String::take(std::move(units));
 }
 
 HeapBuffer RegistryHiveObj::stringToRegName(const Ref<String>& name, u64& length, bool& compressed) const {

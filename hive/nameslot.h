@@ -17,13 +17,15 @@ class NameSlot {
         return Platform::Ref<Platform::String>(_current.load(std::memory_order_acquire));
     }
     void set(Platform::Ref<Platform::String> name) {
-        _names.push_back(name);
+        if (_name) _replaced.push_back(_name);
+        _name = name;
         _current.store(name.get(), std::memory_order_release);
     }
 
  private:
     std::atomic<Platform::String*> _current{nullptr};
-    Platform::Array<Platform::Ref<Platform::String>> _names;
+    Platform::Ref<Platform::String> _name;
+    Platform::Array<Platform::Ref<Platform::String>> _replaced;
 };
 
 }  // namespace Libraries::Files::Hive

@@ -53,10 +53,27 @@ bool RegistryHiveObj::isCellBoundary(u32 hbinIdx, u32 position, u32 offset) {
     // A cell of odd length may end at any offset, while the map knows the aligned ones only.
     if (offset % hive_hbin::RECORD_ALIGNMENT) return isValidRecord(_cache.at(position), offset);
     if (!checkRecordPlace(hbin.offset, hbin.size, offset)) return false;
-    CellMap& cells = _cache.entries()[hbin.cacheSlot].cells;
+    CellMap& cells = _cache.entry(hbin.cacheSlot).cells;
     const auto answer = cells.isBoundary(_cache.at(position), hbin.size, offset - hbin.offset);
     if (answer == CellMap::Answer::zeroSizedCell) logZeroSizedCell(hbin.offset);
     return answer == CellMap::Answer::boundary;
+}
+
+/// The record at `offset` where nothing stands in the way: its hbin is in the cache and was looked at before.
+/// Null otherwise, without a word: the long way then tells why.
+inline RecordView RegistryHiveObj::knownRecord(u32 offset, u32* hbinIdx, bool expectUnused) {
+    const HbinDescriptor* const hbin = _hbins.holding(offset);
+    if (!hbin || hbin->cacheSlot == INVALID_HBIN || !_valid) return {};
+    CachedHbin& cached = _cache.entry(hbin->cacheSlot);
+    const u32 inHbin = offset - hbin->offset;
+    if (!cached.headChecked || !(readonly() || _cache.isOfRound(hbin->cacheSlot)) ||
+        offset % hive_hbin::RECORD_ALIGNMENT || !cached.cells.isKnownBoundary(inHbin))
+        return {};
+    const RecordView record = _cache.view(cached.position + inHbin);
+    const s32 size = record.size();
+    if (size == 0 || (size > 0) != expectUnused || record.absoluteSize() > hbin->size - inHbin) return {};
+    if (hbinIdx) *hbinIdx = hbin->index;
+    return record;
 }
 
 RecordView RegistryHiveObj::cacheLoadRecord(u32 offset) {
@@ -71,6 +88,7 @@ RecordView RegistryHiveObj::cacheLoadRecord(u32 offset) {
 
 RecordView RegistryHiveObj::cacheLoadRecord(u32 offset, u32* hbinIdx, bool expectUnused) {
     constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::cacheLoadRecord";
+    if (const RecordView record = knownRecord(offset, hbinIdx, expectUnused)) return record;
     if (!_valid || !_cache.mapped()) return {};
     if (refuseUnsafe("internal cacheLoadRecord")) return {};
     const u32 index = hbinFromOffset(offset);
@@ -81,11 +99,7 @@ RecordView RegistryHiveObj::cacheLoadRecord(u32 offset, u32* hbinIdx, bool expec
 
     const HbinDescriptor& hbin = _hbins[index];
     const auto place = static_cast<u32>(position);
-    const auto head = _cache.view(place).as<hive_hbin>();
-    if (!assertCondition(hbin.size == L32ToHost(head.size), "_hbins[hbin].size == L32ToHost(hbin_ptr->size)",
-                         function) ||
-        !assertCondition(hbin.offset == L32ToHost(head.offset),
-                         "_hbins[hbin].offset == L32ToHost(hbin_ptr->offset)", function) ||
+    if (!checkCachedHead(index, place) ||
         !assertCondition(hbin.offset <= offset, "_hbins[hbin].offset <= offset", function) ||
         !assertCondition(u64{hbin.offset} + hbin.size > offset,
                          "_hbins[hbin].offset + _hbins[hbin].size > offset", function))
@@ -114,6 +128,20 @@ RecordView RegistryHiveObj::cacheLoadRecord(u32 offset, u32* hbinIdx, bool expec
     return record;
 }
 
+/// Whether a cached hbin's own head says what the hbin table says; asked once for as long as neither changes.
+bool RegistryHiveObj::checkCachedHead(u32 hbinIdx, u32 position) {
+    constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::cacheLoadRecord";
+    const HbinDescriptor& hbin = _hbins[hbinIdx];
+    bool& checked = _cache.entry(hbin.cacheSlot).headChecked;
+    if (checked) return true;
+    const RecordView head = _cache.view(position);
+    checked = assertCondition(hbin.size == head.u32At(offsetof(hive_hbin, size)),
+                              "_hbins[hbin].size == L32ToHost(hbin_ptr->size)", function) &&
+              assertCondition(hbin.offset == head.u32At(offsetof(hive_hbin, offset)),
+                              "_hbins[hbin].offset == L32ToHost(hbin_ptr->offset)", function);
+    return checked;
+}
+
 u64 RegistryHiveObj::cacheLoadHbin(u32 hbinIdx) {
     if (refuseUnsafe("cacheLoadHbin")) return NO_POSITION;
     if (hbinIdx >= _hbins.size()) {
@@ -121,15 +149,20 @@ u64 RegistryHiveObj::cacheLoadHbin(u32 hbinIdx) {
         return NO_POSITION;
     }
     const HbinDescriptor hbin = _hbins[hbinIdx];
-    if (hbin.cacheSlot != INVALID_HBIN) return _cache.entries()[hbin.cacheSlot].position;
+    if (hbin.cacheSlot != INVALID_HBIN && (readonly() || _cache.isOfRound(hbin.cacheSlot)))
+        return _cache.entry(hbin.cacheSlot).position;
     const u32 position = getFreeCacheChunk(hbin.size);
     if (position == INVALID_RECORD) return NO_POSITION;
+    if (const u32 slot = _hbins[hbinIdx].cacheSlot; slot != INVALID_HBIN) {
+        _cache.takeIntoRound(slot);
+        return _cache.entry(slot).position;
+    }
     if (!seekToHbin(hbin.offset, "Failed to seek to hbin position: ")) return NO_POSITION;
     if (_file->read(ShPtr(_cache.at(position)), hbin.size) != hbin.size) {
         log(3, Channel::hive, "Failed to read hbin");
         return NO_POSITION;
     }
-    _hbins.setCacheSlot(hbinIdx, _cache.add(hbinIdx, hbin.size));
+    _hbins.setCached(hbinIdx, _cache.add(hbinIdx, hbin.size, hbin.wasLoaded));
     return position;
 }
 
@@ -137,14 +170,16 @@ u32 RegistryHiveObj::getFreeCacheChunk(u32 size) {
     constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::getFreeCacheChunk";
     if (refuseUnsafe("getFreeCacheChunk") || !_cache.mapped()) return INVALID_RECORD;
     assertCondition(_cache.used() <= _cache.size(), "sizecounter <= _cacheSize", function);
-    if (size <= _cache.room()) return _cache.used();
+    if (size <= _cache.room()) return _cache.end();
     if (!internalFlush()) {
         log(3, Channel::hive, "Flush failed");
         return INVALID_RECORD;
     }
-    emptyCache();
+    // In write-through mode a failed write leaves the cache and the file apart: the next round reads anew.
+    const bool mayRetain = size <= _cache.size() && !(_mode & modeWriteThrough);
+    if (!_cache.nextRound(mayRetain)) emptyCache();
     if (size > _cache.size() && !replaceCache(u64{2} * size)) return INVALID_RECORD;
-    return 0;
+    return _cache.end();
 }
 
 bool RegistryHiveObj::replaceCache(u64 size) {
@@ -162,7 +197,7 @@ bool RegistryHiveObj::replaceCache(u64 size) {
 }
 
 void RegistryHiveObj::emptyCache() {
-    for (const CachedHbin& entry : _cache.entries()) _hbins.setCacheSlot(entry.hbinIdx, INVALID_HBIN);
+    for (const CachedHbin& entry : _cache.entries()) _hbins.setDropped(entry.hbinIdx);
     _cache.clear();
 }
 

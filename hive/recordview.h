@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <string>
 
@@ -35,11 +36,19 @@ class RecordView {
     Layout as() const {
         return valueAt<Layout>(0);
     }
-    /// The two bytes behind the size field.
+    /// The two bytes behind the size field, and whether they are these.
     std::string signature() const {
         char text[2];
         copy(text, sizeof(u32), sizeof(text));
         return std::string(text, sizeof(text));
+    }
+    bool isOf(const char* signature) const {
+        const auto bytes = valueAt<std::array<char, 2>>(sizeof(u32));
+        return bytes[0] == signature[0] && bytes[1] == signature[1];
+    }
+    /// The bytes from `offset` on when there are `count` of them in the mapped cache, else null.
+    const u8* bytesAt(u64 offset, u64 count) const {
+        return offset <= _mapped && _mapped - offset >= count ? _data + offset : nullptr;
     }
     /// Copies `count` bytes from `offset` on, zeros for those behind the mapped cache.
     void copy(void* destination, u64 offset, u64 count) const {
@@ -52,7 +61,10 @@ class RecordView {
     template <typename T>
     T valueAt(u64 offset) const {
         T value;
-        copy(&value, offset, sizeof(value));
+        if (offset <= _mapped && _mapped - offset >= sizeof(value)) [[likely]]
+            std::memcpy(&value, _data + offset, sizeof(value));
+        else
+            copy(&value, offset, sizeof(value));
         return value;
     }
 

@@ -110,6 +110,8 @@ class RegistryHiveObj final : public HiveFile, public Object {
     bool seekToHbin(u64 hbinOffset, const char* failure);
 
     // The hbin cache (recordaccess.cpp).
+    RecordView knownRecord(u32 offset, u32* hbinIdx, bool expectUnused);
+    bool checkCachedHead(u32 hbinIdx, u32 position);
     u64 cacheLoadHbin(u32 hbinIdx);
     u32 getFreeCacheChunk(u32 size);
     bool replaceCache(u64 size);
@@ -119,12 +121,14 @@ class RegistryHiveObj final : public HiveFile, public Object {
 
     bool refuseUnsafe(const char* operation) const;
     bool refuseChange(const char* operation) const;
+    bool writeCached(CachedHbin& hbin, u32 offsetInHbin, const void* data, u32 length);
     bool writeThrough(const CachedHbin& hbin, u32 offsetInHbin, u32 length);
     bool writeCellSize(u32 hbinIdx, u32 offset, s32 size);
 
     u32 appendHbin(u32 length);
     bool growFile(u32 newSize);
     bool writeHbinHead(u32 hbinIdx);
+    void noteChange(u32 hbinIdx, u32 offset, u32 length, u32 freeRecord, u32 freeLength);
     bool restoreCellSize(u32 hbinIdx, u32 offset, s32 size);
     bool freeRecord(u32 hbinIdx, u32 offset, u32 current, u32 available);
     u32 moveRecord(u32 offset, u32 current, u32 wanted, bool copyData);

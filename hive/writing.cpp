@@ -27,7 +27,7 @@ bool RegistryHiveObj::writeRecord(u32 offset, const void* data, u32 offsetInReco
         "offsetOfRecord > _hbins[hbin].offset && offsetOfRecord + recordsize <= _hbins[hbin].offset + "
         "_hbins[hbin].size",
         function);
-    return writeHBIN(hbinIdx, offset - hbin.offset + offsetInRecord, data, length);
+    return writeCached(_cache.entry(hbin.cacheSlot), offset - hbin.offset + offsetInRecord, data, length);
 }
 
 bool RegistryHiveObj::writeHBIN(u32 hbinIdx, u32 offsetInHbin, const void* data, u32 length) {
@@ -37,12 +37,16 @@ bool RegistryHiveObj::writeHBIN(u32 hbinIdx, u32 offsetInHbin, const void* data,
         return false;
     const u64 position = cacheLoadHbin(hbinIdx);
     if (position == NO_POSITION) return false;
-    CachedHbin& entry = _cache.entries()[_hbins[hbinIdx].cacheSlot];
-    if (u64{offsetInHbin} + length > entry.size) return false;
-    Mem::copy(_cache.at(entry.position + offsetInHbin), data, length);
-    entry.cells.changed(offsetInHbin, length);
-    if (_mode & modeWriteThrough) return writeThrough(entry, offsetInHbin, length);
-    entry.dirty = true;
+    return writeCached(_cache.entry(_hbins[hbinIdx].cacheSlot), offsetInHbin, data, length);
+}
+
+bool RegistryHiveObj::writeCached(CachedHbin& hbin, u32 offsetInHbin, const void* data, u32 length) {
+    if (u64{offsetInHbin} + length > hbin.size) return false;
+    Mem::copy(_cache.at(hbin.position + offsetInHbin), data, length);
+    if (offsetInHbin < sizeof(hive_hbin)) hbin.headChecked = false;
+    hbin.cells.changed(offsetInHbin, length);
+    if (_mode & modeWriteThrough) return writeThrough(hbin, offsetInHbin, length);
+    hbin.dirty = true;
     return true;
 }
 
@@ -62,7 +66,8 @@ bool RegistryHiveObj::writeThrough(const CachedHbin& hbin, u32 offsetInHbin, u32
 
 bool RegistryHiveObj::internalFlush() {
     if (_mode & (modeReadOnly | modeWriteThrough | modeUnsafe)) return true;
-    for (CachedHbin& entry : _cache.entries()) {
+    for (const u32 slot : _cache.round()) {
+        CachedHbin& entry = _cache.entry(slot);
         if (!entry.dirty) continue;
         const u32 hbinOffset = _hbins[entry.hbinIdx].offset;
         const u64 position = u64{hbinOffset} + HIVE_HEADER_SIZE;

@@ -3,7 +3,6 @@
 #include "hive/hivelog.h"
 #include "hive/keys/keyiteratorobj.h"
 #include "hive/keys/valueiteratorobj.h"
-#include "hive/nameencoding.h"
 #include "hive/values/valueobj.h"
 
 namespace Libraries::Files::Hive {
@@ -16,57 +15,25 @@ KeyObj::KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent)
       _codepage(_hive->codepage()),
       _readOnly(_hive->readonly()) {
     _valid = loadRecord();
-    if (!_valid) Error::set(ErrorCode::badKeyRecord);
 }
 
 KeyObj::~KeyObj() = default;
 
 bool KeyObj::loadRecord() {
-    if (_depth > MAX_KEY_DEPTH) {
-        log(4, Channel::hive, "Key tree is too deep, key: ", _recordOfs);
-        return false;
-    }
-    const RecordView record = _hive->cacheLoadRecord(_recordOfs);
-    if (!record) {
-        log(3, Channel::hive, "Failed to get hive record for key: ", _recordOfs);
-        return false;
-    }
-    if (record.signature() != hive_record_nk::SIGNATURE) {
-        log(3, Channel::hive, "Key record is no nk record: ", record.signature());
-        return false;
-    }
-    assertCondition(record.size() <= 0, "-static_cast<s32>(L32ToHost(hr->size)) >= 0",
-                    "Libraries::Files::Hive::KeyObj::KeyObj");
-    const auto nk = record.as<hive_record_nk>();
-    if (u64{L16ToHost(nk.nameLength)} + sizeof(nk) > record.absoluteSize()) {
-        log(3, Channel::hive, "Name of key exceeds length of record");
-        return false;
-    }
-    readName(record, nk);
+    KeyRecord record;
+    if (!record.load(*_hive, _recordOfs, _depth)) return false;
+    // The root key is nameless: paths begin below it, whatever its record says.
+    _name.set(_parent ? record.name() : String::create());
     const auto cellOrNone = [](u32 field) {
         return L32ToHost(field) == INVALID_RECORD ? 0 : L32ToHost(field);
     };
-    _numOfKeys = L32ToHost(nk.numOfKeys);
-    _keyListCell = cellOrNone(nk.keyList);
-    _numOfValues = L32ToHost(nk.numOfValues);
-    _valueListCell = cellOrNone(nk.valueList);
-    _record = nk;
+    _record = record.fixedPart();
+    _numOfKeys = L32ToHost(_record.numOfKeys);
+    _keyListCell = cellOrNone(_record.keyList);
+    _numOfValues = L32ToHost(_record.numOfValues);
+    _valueListCell = cellOrNone(_record.valueList);
     _listType = _hive->versionMinor() == 3 ? keyListLF : keyListLH;
     return true;
-}
-
-void KeyObj::readName(const RecordView& record, const hive_record_nk& nk) {
-    if (!_parent) {
-        // The root key is nameless: paths begin below it, whatever its record says.
-        _name.set(String::create());
-        return;
-    }
-    const bool compressed = (L16ToHost(nk.flags) & hive_record_nk::FLAG_COMPRESSED_NAME) != 0;
-    const Ref<String> name = decodeName(record, sizeof(nk), L16ToHost(nk.nameLength), compressed, _codepage);
-    _name.set(name);
-    if (!name)
-        log(3, Channel::hive,
-            "Name of key could not be converted from codepaged name to Ref<String>. key:", _recordOfs);
 }
 
 void KeyObj::setParent(Ref<KeyObj> parent) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hive/keys/keyrecord.h"
 #include "hive/keys/subkeylist.h"
 #include "hive/nameslot.h"
 #include "hive/registryhiveobj.h"
@@ -39,9 +40,8 @@ class HIVE_API KeyObj final : public Key, public Object {
     static constexpr u32 NEW_LH_LF_ALLOCATE_SIZE = 64;  // bytes of a new list record
     static constexpr u32 NEW_RI_ALLOCATE_SIZE = 64;
     static constexpr u64 MAX_FREE_FIND_LOOP_CYCLES = 5;
-    /// Levels below the root that a key may lie at. Windows allows 512; a file may claim any number, also a
-    /// ring.
-    static constexpr u32 MAX_KEY_DEPTH = 512;
+    /// Levels below the root that a key may lie at.
+    static constexpr u32 MAX_KEY_DEPTH = KeyRecord::MAX_DEPTH;
 
     /// Reads the key at `recordOfs`; check `valid()`. `parent` is null for the root key, and only for it.
     /// Error: 0x2004 no readable nk record. Internal.
@@ -126,14 +126,15 @@ class HIVE_API KeyObj final : public Key, public Object {
  private:
     bool canChange() const;
     bool loadRecord();
-    void readName(const RecordView& record, const hive_record_nk& nk);
 
+    SubkeyEntry* subkeyAt(u32 index);
+    bool compareSubkey(u32 index, const FoldedName& name, int& order, bool& isEmpty);
     bool loadTopList(const RecordView& record);
     bool loadOneLevel(const RecordView& record, KeyListType type, const char* failure);
     bool loadTwoLevel(const RecordView& record);
     u16 loadList(const RecordView& record, KeyListType type, u32 start, Array<SubkeyEntry>& entries) const;
 
-    bool mayBeNamed(u32 index, u32 nameHash) const;
+    bool mayBeNamed(u32 index, u32 nameHash, bool& readable);
     bool rewriteValueList(u32 removed);
     bool syncValueList(u32 cell);
 

@@ -159,7 +159,7 @@ bool KeyObj::splitRISublist(u32 j) {
     const RecordView record = _hive->cacheLoadRecord(list.record);
     if (!record) return false;
     assertCondition(record.size() < 0, "-static_cast<s32>(hr->size) > 0", function);
-    if (record.absoluteSize() < sizeof(hive_record_list) || record.signature() != signatureOf(_listType) ||
+    if (record.absoluteSize() < sizeof(hive_record_list) || !record.isOf(signatureOf(_listType)) ||
         L16ToHost(record.as<hive_record_list>().count) != count) {
         log(3, Channel::hive, "Unexpected data found on disk (ri sublist), record=", list.record,
             "List type: ", static_cast<u32>(_listType));

@@ -104,7 +104,7 @@ bool KeyObj::loadTwoLevel(const RecordView& record) {
             log(3, Channel::hive, "Failed to load sub list of ri list: ", offset);
             return false;
         }
-        if (sublist.signature() != kinds[type].signature) {
+        if (!sublist.isOf(kinds[type].signature)) {
             log(3, Channel::hive, "Invalid list type for key sub list: ", sublist.signature());
             return false;
         }
@@ -125,7 +125,7 @@ bool KeyObj::loadTwoLevel(const RecordView& record) {
 u16 KeyObj::loadList(const RecordView& record, KeyListType type, u32 start,
                      Array<SubkeyEntry>& entries) const {
     const ListKind& kind = kinds[type];
-    if (record.signature() != kind.signature) return 0;
+    if (!record.isOf(kind.signature)) return 0;
     assertCondition(record.size() <= 0, kind.assertion, kind.function);
     const u16 count = L16ToHost(record.as<hive_record_list>().count);
     if (record.absoluteSize() < u64{count} * kind.entrySize + sizeof(hive_record_list)) {

@@ -3,20 +3,45 @@
 
 namespace Libraries::Files::Hive {
 
-Ref<KeyObj> KeyObj::key(u32 index) {
-    const MonGuard guard(_hive->mon());
+/// The entry of the list at an index, the list being loaded; null when there is none.
+SubkeyEntry* KeyObj::subkeyAt(u32 index) {
     if (!_valid || index >= _numOfKeys || !initSubkeys()) return nullptr;
     assertCondition(_keyList.size() == _numOfKeys, "_keyList.size() == _numOfKeys",
                     "Libraries::Files::Hive::KeyObj::key");
-    if (index >= _keyList.size()) return nullptr;
-    SubkeyEntry& entry = _keyList.at(index);
-    if (Ref<KeyObj> live = entry.key.lock()) return live;
-    auto built = makeRef<KeyObj>(_hive, entry.record, Ref<KeyObj>(this));
+    return index < _keyList.size() ? &_keyList.at(index) : nullptr;
+}
+
+Ref<KeyObj> KeyObj::key(u32 index) {
+    const MonGuard guard(_hive->mon());
+    SubkeyEntry* const entry = subkeyAt(index);
+    if (!entry) return nullptr;
+    if (Ref<KeyObj> live = entry->key.lock()) return live;
+    auto built = makeRef<KeyObj>(_hive, entry->record, Ref<KeyObj>(this));
     if (built->valid())
-        entry.key = WeakRef<KeyObj>(built);
+        entry->key = WeakRef<KeyObj>(built);
     else
         log(3, Channel::hive, "New created KeyObj not valid");
     return built;
+}
+
+/// How the upper-cased name of the subkey at `index` compares with `name`, seen in its record unless there is
+/// an object: with the log lines and error codes of building one. False when it has no sound record.
+bool KeyObj::compareSubkey(u32 index, const FoldedName& name, int& order, bool& isEmpty) {
+    SubkeyEntry* const entry = subkeyAt(index);
+    if (!entry) return false;
+    if (const Ref<KeyObj> live = entry->key.lock()) {
+        const Ref<String> own = live->name();
+        isEmpty = !own || own->isEmpty();
+        order = name.compareOther(own ? own->view() : std::u16string_view());
+        return live->valid();
+    }
+    KeyRecord record;
+    if (!record.load(*_hive, entry->record, _depth + 1)) {
+        log(3, Channel::hive, "New created KeyObj not valid");
+        return false;
+    }
+    order = record.compareName(name, isEmpty);
+    return true;
 }
 
 Ref<Key> KeyObj::key(Ref<String> name) {
@@ -43,22 +68,28 @@ Ref<Key> KeyObj::binaryFindKey(const Ref<String>& name, u32* position) {
     u32 min = 0;
     u32 max = _numOfKeys - 1;
     u32 mid = max / 2;
+    const FoldedName wanted(name->view());
     for (;;) {
-        const Ref<KeyObj> other = key(mid);
-        if (!other || !other->valid()) {
+        int order = 0;
+        bool isEmpty = false;
+        bool readable = compareSubkey(mid, wanted, order, isEmpty);
+        const bool fallBack = readable && isEmpty && (_hive->mode() & HiveFile::modeLinearFallback);
+        Ref<KeyObj> found;
+        if (order == 0 && readable && !fallBack) {
+            found = key(mid);
+            readable = found && found->valid();
+        }
+        if (!readable) {
             log(3, Channel::hive, "Failed to open sub key for binary search. key: ", mid);
             return nullptr;
         }
-        Ref<String> otherName = other->name();
-        if (!otherName) otherName = String::create();
-        if (otherName->isEmpty() && (_hive->mode() & HiveFile::modeLinearFallback)) {
+        if (fallBack) {
             log(3, Channel::hive, "Can't get name of other key for binary search, using linear fallback");
             return linearFindKey(name, position);
         }
-        const int order = otherName->compareUpper(name);
-        if (order == 0) {
+        if (found) {
             place = mid;
-            return other;
+            return found;
         }
         assertCondition(mid >= min && mid <= max, "mid >= min && mid <= max", function);
         if (order < 0) {

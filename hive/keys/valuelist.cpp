@@ -5,6 +5,7 @@
 #include "hive/keys/valueiteratorobj.h"
 #include "hive/recordbuilder.h"
 #include "hive/values/valueobj.h"
+#include "hive/values/valuerecord.h"
 
 namespace Libraries::Files::Hive {
 
@@ -13,12 +14,6 @@ namespace {
 /// Bytes of a value list record, which is also where its entry number `values` begins.
 u32 valueListSize(u32 values) {
     return values * OFFSET_ENTRY_SIZE + static_cast<u32>(sizeof(hive_record));
-}
-
-u32 upperHash(const Ref<String>& name) {
-    u32 hash = 2166136261;
-    for (const char16_t unit : name->view()) hash = (hash ^ String::upperUnit(unit)) * 16777619;
-    return hash;
 }
 
 }  // namespace
@@ -64,20 +59,19 @@ Ref<Value> KeyObj::value(Ref<String> name) {
         Error::set(ErrorCode::nullArgument);
         return nullptr;
     }
-    const u32 nameHash = upperHash(name);
+    const u32 nameHash = ValueRecord::hashOf(name->view());
     for (u32 i = 0; i < _numOfValues; ++i) {
-        if (!mayBeNamed(i, nameHash)) continue;
-        const Ref<ValueObj> candidate = value(i);
+        const bool listed = initValues();
+        bool readable = listed;
+        if (listed && !mayBeNamed(i, nameHash, readable)) continue;
+        const Ref<ValueObj> candidate = readable ? value(i) : nullptr;
         if (!candidate || !candidate->valid()) {
             log(3, Channel::hive, "Failed to get value with index: ", i);
-            if (_values.size() != _numOfValues) return nullptr;  // no list; the reason is in the error code
+            if (!listed) return nullptr;  // the reason is in the error code
             continue;
         }
         const Ref<String> candidateName = candidate->name();
-        if (!candidateName) continue;
-        _values[i].nameHash = upperHash(candidateName);
-        _values[i].nameKnown = true;
-        if (candidateName->equalUpper(name)) return candidate;
+        if (candidateName && candidateName->equalUpper(name)) return candidate;
     }
     Error::set(ErrorCode::noSuchValue);
     return nullptr;
@@ -99,9 +93,21 @@ Ref<Value> KeyObj::createValue(Ref<String> name, Value::ValueType type) {
     return created;
 }
 
-/// Whether a value has to be opened to tell if its name is the one searched for.
-bool KeyObj::mayBeNamed(u32 index, u32 nameHash) const {
-    return _values.size() != _numOfValues || !_values[index].nameKnown || _values[index].nameHash == nameHash;
+/// Whether a value has to be opened to tell if its name is the one searched for. Looks at its record, with
+/// the log lines and error codes of opening it, unless there is an object or the name's hash is known. When
+/// the value cannot be opened, `readable` becomes false and the answer is true.
+bool KeyObj::mayBeNamed(u32 index, u32 nameHash, bool& readable) {
+    ValueEntry& entry = _values[index];
+    if (!entry.nameKnown) {
+        if (entry.value.lock()) return true;
+        ValueRecord record;
+        readable = record.load(*_hive, entry.record);
+        entry.nameKnown = readable && record.nameHash(entry.nameHash);
+        if (readable && !record.checkDataLength()) entry.nameKnown = readable = false;
+        if (!readable) log(3, Channel::hive, "New created ValueObj not valid");
+        if (!entry.nameKnown) return !readable;
+    }
+    return entry.nameHash == nameHash;
 }
 
 bool KeyObj::deleteValue(Ref<Value> value) {
@@ -123,7 +129,9 @@ bool KeyObj::linkValue(const Ref<ValueObj>& value) {
     const u32 entry = HostToL32(value->recordOfs());
     if (!_hive->writeRecord(cell, &entry, valueListSize(count), sizeof(entry))) return false;
     _numOfValues += 1;
-    _values.push_back({value->recordOfs(), 0, false, WeakRef<ValueObj>(value)});
+    const Ref<String> name = value->name();
+    _values.push_back({value->recordOfs(), name ? ValueRecord::hashOf(name->view()) : 0, bool(name),
+                       WeakRef<ValueObj>(value)});
     if (!syncValueList(cell)) return false;
     for (const auto& weak : _valueIterators)
         if (const Ref<ValueIteratorObj> iterator = weak.lock()) iterator->insertedAt(count);

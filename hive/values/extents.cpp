@@ -43,7 +43,7 @@ bool ValueObj::initDbList(const RecordView& cell, u32 dataCell) {
         log(4, Channel::hive, "Size too small for db record: ", cell.usedSize(), "data_cell: ", dataCell);
         return ErrorCode::fail(ErrorCode::inconsistentData);
     }
-    if (cell.signature() != hive_record_db::SIGNATURE) {
+    if (!cell.isOf(hive_record_db::SIGNATURE)) {
         log(4, Channel::hive, "Invalid record type: Expected db, is: ", cell.signature(),
             "data_cell: ", dataCell);
         return ErrorCode::fail(ErrorCode::inconsistentData);

@@ -20,8 +20,8 @@ bool ValueObj::dataIsThere() {
 /// The first `units` UTF-16 units of the data; false when they cannot all be read.
 bool ValueObj::readUnits(u32 units, std::u16string& text) {
     const u32 bytes = units * 2;
-    Array<u8> data(dataIsThere() ? bytes : 0);
-    const u32 got = read(ShPtr(data.data()), 0, static_cast<u32>(data.size()));
+    text.resize(dataIsThere() ? units : 0);
+    const u32 got = read(ShPtr(text.data()), 0, static_cast<u32>(text.size() * 2));
     if (got != bytes) {
         log(3, Channel::hive, "Wrong read result when reading string, record =", _recordOfs);
         if (_type == valueStrings) return false;
@@ -29,8 +29,8 @@ bool ValueObj::readUnits(u32 units, std::u16string& text) {
         log(1, Channel::hive, "read result:", got);
         return false;
     }
-    text.resize(units);
-    for (u32 i = 0; i < units; ++i) text[i] = static_cast<char16_t>(data[2 * i] | data[2 * i + 1] << 8);
+    if constexpr (!hostIsLittleEndian)
+        for (char16_t& unit : text) unit = L16ToHost(unit);
     return true;
 }
 
@@ -49,7 +49,7 @@ Ref<String> ValueObj::string(u32 maxLength) {
     if (units == 0) return String::create();
     if (!readUnits(units, text)) return nullptr;
     text.resize(text.find_last_not_of(u'\0') + 1);
-    return String::create(text);
+    return String::take(std::move(text));
 }
 
 Ref<TVector<Ref<String>>> ValueObj::strings(u32 maxLength) {

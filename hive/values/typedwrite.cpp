@@ -37,7 +37,7 @@ bool ValueObj::setString(Ref<String> text) {
     const std::u16string_view units = text->view().substr(0, text->view().find(u'\0'));
     if (units.size() >= UINT32_MAX / 2) return ErrorCode::fail(ErrorCode::tooLong);
     RecordBuilder data;
-    for (const char16_t unit : units) data.put16(unit);
+    data.putUnits(units);
     data.put16(0);
     return replaceData(data.data(), data.size(), "Failed to resize record to set string, record =",
                        "Failed to write new string, record =");
@@ -55,7 +55,7 @@ bool ValueObj::setStrings(Ref<TVector<Ref<String>>> texts) {
     if (room * 2 > UINT32_MAX) return ErrorCode::fail(ErrorCode::tooLong);
     RecordBuilder data;
     for (const Ref<String>& text : *texts) {
-        for (const char16_t unit : text->view()) data.put16(unit);
+        data.putUnits(text->view());
         data.put16(0);
         assertCondition(data.size() / 2 - 1 < room, "current - 1 < max_len", function);
     }

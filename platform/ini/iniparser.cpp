@@ -89,16 +89,19 @@ class RegistryText {
     /// Reads up to a line end, which is taken and dropped; false at the end of the text.
     bool readLine(std::u16string& line) {
         line.clear();
-        char16_t unit = 0;
         bool any = false;
-        while (_reader.next(unit)) {
+        for (auto ahead = _reader.ahead(); !ahead.empty(); ahead = _reader.ahead()) {
             any = true;
-            if (unit == u'\n') break;
-            if (unit == u'\r') {
-                if (_reader.peek(unit) && unit == u'\n') _reader.next(unit);
-                break;
-            }
-            line += unit;
+            u64 length = 0;
+            while (length < ahead.size() && ahead[length] != u'\n' && ahead[length] != u'\r') ++length;
+            line.append(ahead.substr(0, length));
+            const bool ended = length < ahead.size();
+            const bool carriageReturn = ended && ahead[length] == u'\r';
+            _reader.take(ended ? length + 1 : length);
+            if (!ended) continue;
+            char16_t unit = 0;
+            if (carriageReturn && _reader.peek(unit) && unit == u'\n') _reader.next(unit);
+            break;
         }
         _lines += any;
         return any && !_reader.failed();

@@ -26,6 +26,14 @@ class PLATFORM_API CharReader final : public Object {
         unit = _buffer[_position];
         return true;
     }
+    /// The units at hand, at least one: for looking at many at once. Empty at the end or when the stream
+    /// fails. Valid until the next call.
+    std::u16string_view ahead() {
+        if (_position == _buffer.size() && !fill()) return {};
+        return std::u16string_view(_buffer).substr(_position);
+    }
+    /// Takes `count` of the units that `ahead` gave.
+    void take(u64 count) { _position += count; }
     /// Whether the stream failed (it set an error code), as opposed to having come to its end.
     bool failed() const { return _failed; }
 

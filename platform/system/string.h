@@ -14,6 +14,8 @@ class PLATFORM_API String final : public Object {
     static constexpr u64 all = ~u64{0};
 
     static Ref<String> create(std::u16string_view units = {});
+    /// The same, taking over the units instead of copying them.
+    static Ref<String> take(std::u16string units) { return makeRef<String>(std::move(units)); }
     /// One unit a byte: byte value = code point (ISO 8859-1).
     static Ref<String> from8(std::string_view bytes);
     /// Code points above U+FFFF become surrogate pairs, surrogate code points lone surrogates, and values

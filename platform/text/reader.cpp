@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/system/byteorder.h"
 #include "platform/system/error.h"
 #include "platform/system/mem.h"
 #include "platform/system/utf8.h"
@@ -152,11 +153,10 @@ void ReaderObj::decode() {
 
 /// A last byte without its other half is dropped.
 void ReaderObj::decodeUtf16() {
-    const u64 high = _encoding == Encoding::utf16Le ? 1 : 0;
     _units.resize(_bytes.size() / 2);
-    for (u64 i = 0; i < _units.size(); ++i)
-        _units[i] = static_cast<char16_t>(static_cast<u8>(_bytes[2 * i + high]) << 8 |
-                                          static_cast<u8>(_bytes[2 * i + 1 - high]));
+    Mem::copy(_units.data(), _bytes.data(), _units.size() * sizeof(char16_t));
+    if ((_encoding == Encoding::utf16Le) == hostIsLittleEndian) return;
+    for (char16_t& unit : _units) unit = swap16(unit);
 }
 
 }  // namespace

@@ -43,7 +43,7 @@ class WriterObj final : public Object, public Writer {
         return 0;
     }
     bool encode(std::u16string_view units);
-    bool writeBytes();
+    bool writeBytes(const void* bytes, u64 count);
 
     const Ref<Stripe> _stripe;
     const Encoding _encoding;
@@ -55,7 +55,7 @@ class WriterObj final : public Object, public Writer {
 WriterObj::~WriterObj() {
     _bytes.clear();
     _utf8.finish(_bytes);
-    if (!_bytes.empty()) writeBytes();
+    if (!_bytes.empty()) writeBytes(_bytes.data(), _bytes.size());
 }
 
 u64 WriterObj::write(ShPtr source, u64 count, u32) {
@@ -66,11 +66,16 @@ u64 WriterObj::write(ShPtr source, u64 count, u32) {
     }
     std::u16string units;
     for (u64 done = 0; done < count;) {
-        // Copied, since nothing promises that the source is aligned for units.
         const u64 now = std::min(CHUNK_UNITS, count - done);
-        units.resize(now);
-        Mem::copy(units.data(), from + done * sizeof(char16_t), now * sizeof(char16_t));
-        if (!writeChunk(units)) return done;
+        const u8* const chunk = from + done * sizeof(char16_t);
+        if (_encoding == Encoding::utf16Le && hostIsLittleEndian) {  // as it is, by far the most used
+            if (!writeBytes(chunk, now * sizeof(char16_t))) return done;
+        } else {
+            // Copied, since nothing promises that the source is aligned for units.
+            units.resize(now);
+            Mem::copy(units.data(), chunk, now * sizeof(char16_t));
+            if (!writeChunk(units)) return done;
+        }
         done += now;
         _written += now;
     }
@@ -79,16 +84,12 @@ u64 WriterObj::write(ShPtr source, u64 count, u32) {
 
 bool WriterObj::writeChunk(std::u16string_view units) {
     _bytes.clear();
-    return encode(units) && writeBytes();
+    return encode(units) && writeBytes(_bytes.data(), _bytes.size());
 }
 
 bool WriterObj::encode(std::u16string_view units) {
     if (_encoding == Encoding::utf8) {
         _utf8.feed(units, _bytes);
-        return true;
-    }
-    if (_encoding == Encoding::utf16Le && hostIsLittleEndian) {  // as it is, by far the most used
-        _bytes.assign(reinterpret_cast<const char*>(units.data()), units.size() * sizeof(char16_t));
         return true;
     }
     for (const char16_t unit : units) {
@@ -105,8 +106,8 @@ bool WriterObj::encode(std::u16string_view units) {
     return true;
 }
 
-bool WriterObj::writeBytes() {
-    return _stripe->write(ShPtr::fromConst(_bytes.data()), _bytes.size()) == _bytes.size();
+bool WriterObj::writeBytes(const void* bytes, u64 count) {
+    return _stripe->write(ShPtr::fromConst(bytes), count) == count;
 }
 
 }  // namespace

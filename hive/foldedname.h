@@ -1,0 +1,42 @@
+#pragma once
+
+#include <array>
+#include <string>
+
+#include "hive/base.h"
+
+namespace Libraries::Files::Hive {
+
+/// A name in upper case, made once for a search that compares it with many. Valid while it lives.
+class FoldedName {
+ public:
+    explicit FoldedName(std::u16string_view name) : _length(name.size()) {
+        if (_length > _few.size()) _many.resize(_length);
+        char16_t* const units = _many.empty() ? _few.data() : _many.data();
+        for (u64 i = 0; i < _length; ++i) units[i] = String::upperUnit(name[i]);
+    }
+    std::u16string_view view() const { return {_many.empty() ? _few.data() : _many.data(), _length}; }
+
+    /// How `other`, upper-cased, compares with this name: less than 0, 0 or greater than 0. `unitAt(i)` gives
+    /// the units of `other`.
+    template <typename UnitAt>
+    int compareOther(u64 length, UnitAt unitAt) const {
+        const std::u16string_view own = view();
+        const u64 common = length < own.size() ? length : own.size();
+        for (u64 i = 0; i < common; ++i) {
+            const char16_t unit = String::upperUnit(unitAt(i));
+            if (unit != own[i]) return unit < own[i] ? -1 : 1;
+        }
+        return length == own.size() ? 0 : length < own.size() ? -1 : 1;
+    }
+    int compareOther(std::u16string_view other) const {
+        return compareOther(other.size(), [other](u64 i) { return other[i]; });
+    }
+
+ private:
+    u64 _length;
+    std::array<char16_t, 256> _few;  // holds every key name
+    std::u16string _many;
+};
+
+}  // namespace Libraries::Files::Hive

@@ -1,0 +1,65 @@
+#include "hive/keys/keyrecord.h"
+
+#include "hive/hivelog.h"
+#include "hive/nameencoding.h"
+
+namespace Libraries::Files::Hive {
+
+bool KeyRecord::load(RegistryHiveObj& hive, u32 offset, u32 depth) {
+    _offset = offset;
+    _codepage = hive.codepage();
+    return check(hive, depth) || ErrorCode::fail(ErrorCode::badKeyRecord);
+}
+
+bool KeyRecord::check(RegistryHiveObj& hive, u32 depth) {
+    if (depth > MAX_DEPTH) {
+        log(4, Channel::hive, "Key tree is too deep, key: ", _offset);
+        return false;
+    }
+    _view = hive.cacheLoadRecord(_offset);
+    if (!_view) {
+        log(3, Channel::hive, "Failed to get hive record for key: ", _offset);
+        return false;
+    }
+    if (!_view.isOf(hive_record_nk::SIGNATURE)) {
+        log(3, Channel::hive, "Key record is no nk record: ", _view.signature());
+        return false;
+    }
+    assertCondition(_view.size() <= 0, "-static_cast<s32>(L32ToHost(hr->size)) >= 0",
+                    "Libraries::Files::Hive::KeyObj::KeyObj");
+    _nk = _view.as<hive_record_nk>();
+    if (u64{L16ToHost(_nk.nameLength)} + sizeof(_nk) > _view.absoluteSize()) {
+        log(3, Channel::hive, "Name of key exceeds length of record");
+        return false;
+    }
+    return true;
+}
+
+Ref<String> KeyRecord::name() const {
+    const Ref<String> name =
+        decodeName(_view, sizeof(_nk), L16ToHost(_nk.nameLength), isCompressed(), _codepage);
+    if (!name)
+        log(3, Channel::hive,
+            "Name of key could not be converted from codepaged name to Ref<String>. key:", _offset);
+    return name;
+}
+
+int KeyRecord::compareName(const FoldedName& other, bool& isEmpty) const {
+    const u16 length = L16ToHost(_nk.nameLength);
+    const u8* const bytes = _view.bytesAt(sizeof(_nk), length);
+    if (bytes && isCompressed() && _codepage == HiveFile::hiveCodepageLatin1) {
+        isEmpty = length == 0;
+        return other.compareOther(length, [bytes](u64 i) { return char16_t{bytes[i]}; });
+    }
+    if (bytes && !isCompressed()) {
+        isEmpty = length < 2;
+        return other.compareOther(length / 2U, [bytes](u64 i) {
+            return static_cast<char16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
+        });
+    }
+    const Ref<String> own = name();
+    isEmpty = !own || own->isEmpty();
+    return other.compareOther(own ? own->view() : std::u16string_view());
+}
+
+}  // namespace Libraries::Files::Hive

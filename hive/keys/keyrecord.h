@@ -1,0 +1,37 @@
+#pragma once
+
+#include "hive/foldedname.h"
+#include "hive/registryhiveobj.h"
+
+namespace Libraries::Files::Hive {
+
+/// An nk record in the cache, checked. For building a key's object, and for looking at a key's name without
+/// one. Valid until the next store operation. REQUIRES the hive's monitor held, as all that follows.
+class KeyRecord {
+ public:
+    /// Levels below the root that a key may lie at. Windows allows 512; a file may claim any number, also a
+    /// ring.
+    static constexpr u32 MAX_DEPTH = 512;
+
+    /// The record at `offset` of a key `depth` levels below the root; false, with the reason in the log, when
+    /// there is no sound one. Error: 0x2004.
+    bool load(RegistryHiveObj& hive, u32 offset, u32 depth);
+
+    const hive_record_nk& fixedPart() const { return _nk; }
+    /// The name; null, with a log line, when a byte of it has no character.
+    Ref<String> name() const;
+    /// How the name, upper-cased, compares with `other`: less than 0, 0 or greater than 0. A name that is
+    /// null counts as empty; `isEmpty` tells of both.
+    int compareName(const FoldedName& other, bool& isEmpty) const;
+
+ private:
+    bool check(RegistryHiveObj& hive, u32 depth);
+    bool isCompressed() const { return (L16ToHost(_nk.flags) & hive_record_nk::FLAG_COMPRESSED_NAME) != 0; }
+
+    RecordView _view;
+    hive_record_nk _nk{};  // in file byte order
+    u32 _offset = INVALID_RECORD;
+    HiveFile::HiveCodepage _codepage = HiveFile::hiveCodepageAscii;
+};
+
+}  // namespace Libraries::Files::Hive
