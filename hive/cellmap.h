@@ -20,9 +20,7 @@ class CellMap {
     Answer isBoundary(const u8* hbin, u32 size, u32 position);
 
     /// Whether the walk has already found that a cell begins at `position`, a multiple of 8 inside the hbin.
-    bool isKnownBoundary(u32 position) {
-        return position <= _walked && isMarked(position);
-    }
+    bool isKnownBoundary(u32 position) { return position <= _walked && isMarked(position); }
     /// `length` bytes of the hbin from `position` on were changed: if a size field is among them, the cells
     /// behind the first such cell are unknown again.
     void changed(u32 position, u32 length);

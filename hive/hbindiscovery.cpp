@@ -16,7 +16,7 @@ u32 RegistryHiveObj::hbinFromOffset(u32 offset) {
     const bool known = !_hbins.empty() && offset <= _hbins.end();
     const u32 found = known ? _hbins.find(offset) : _hbins.size();
     // The file may have shrunk under us; only what is cached does without it.
-    const bool cached = found < _hbins.size() && _hbins[found].cacheSlot != INVALID_HBIN;
+    const bool cached = found < _hbins.size() && _hbins[found].isCached();
     if (checked && !cached && end >= _file->elementCount()) return INVALID_HBIN;
     if (!known) return discoverHbins(offset);
 

@@ -7,8 +7,7 @@ namespace Libraries::Files::Hive {
 
 void HbinTable::append(const HbinDescriptor& hbin) {
     _hbins.push_back(hbin);
-    _hbins.back().index = size() - 1;
-    _pages.insert(_pages.end(), hbin.size / HBIN_READ_BUFFER_SIZE, &_hbins.back());
+    _pages.insert(_pages.end(), hbin.size / HBIN_READ_BUFFER_SIZE, size() - 1);
     _end = u64{hbin.offset} + hbin.size;
     if (hbin.largestFree) raise(size() - 1);
 }

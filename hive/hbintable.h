@@ -17,9 +17,11 @@ struct HbinDescriptor {
     u32 largestFree = 0;             // length of the largest free cell, 0 when none is known
     u32 largestFreeRecord = 0;       // its record offset
     u32 otherFree = UNKNOWN_LENGTH;  // no other free cell is longer; unknown when the cells are not sound
-    u32 cacheSlot = INVALID_HBIN;    // entry of the hbin cache that holds it
-    u32 index = 0;                   // in the table
-    bool wasLoaded = false;          // into the hbin cache, at any time
+    u32 cacheSlot = INVALID_HBIN;    // entry of the hbin cache that holds it, DROPPED when it has left it
+
+    static constexpr u32 DROPPED = INVALID_HBIN - 1;
+    bool isCached() const { return cacheSlot < DROPPED; }
+    bool wasLoaded() const { return cacheSlot != INVALID_HBIN; }
 };
 
 /// The hbins known so far, in file order: they tile the hbins area from its start without gaps. Finds the
@@ -33,23 +35,20 @@ class HbinTable {
     const HbinDescriptor& operator[](u32 index) const { return _hbins[index]; }
 
     void append(const HbinDescriptor& hbin);
-    void setCached(u32 index, u32 slot) {
-        _hbins[index].cacheSlot = slot;
-        _hbins[index].wasLoaded = true;
-    }
-    void setDropped(u32 index) { _hbins[index].cacheSlot = INVALID_HBIN; }
+    void setCached(u32 index, u32 slot) { _hbins[index].cacheSlot = slot; }
+    void setDropped(u32 index) { _hbins[index].cacheSlot = HbinDescriptor::DROPPED; }
     void setLargestFree(u32 index, u32 length, u32 record, u32 otherFree = UNKNOWN_LENGTH);
 
-    /// The first hbin whose end is not before `offset`, so that an offset right behind an hbin still finds
-    /// it. REQUIRES: offset <= end(), and there are hbins.
-    u32 find(u32 offset) const {
-        if (offset >= _end) return size() - 1;
-        const HbinDescriptor& hbin = *_pages[offset / HBIN_READ_BUFFER_SIZE];
-        return offset == hbin.offset && hbin.index ? hbin.index - 1 : hbin.index;
+    /// The hbin whose bytes the offset lies in; INVALID_HBIN when there is none.
+    u32 holding(u32 offset) const {
+        return offset < _end ? _pages[offset / HBIN_READ_BUFFER_SIZE] : INVALID_HBIN;
     }
-    /// The hbin whose bytes the offset lies in; null when there is none.
-    const HbinDescriptor* holding(u32 offset) const {
-        return offset < _end ? _pages[offset / HBIN_READ_BUFFER_SIZE] : nullptr;
+    /// The first hbin whose end is not before `offset`, so that an offset right behind an hbin still finds
+    /// it; `size()` when there is none.
+    u32 find(u32 offset) const {
+        const u32 index = holding(offset);
+        if (index == INVALID_HBIN) return offset == _end && !empty() ? size() - 1 : size();
+        return offset == _hbins[index].offset && index ? index - 1 : index;
     }
     /// The first hbin in file order whose largest free cell has at least `length` bytes; INVALID_HBIN when
     /// none has.
@@ -60,8 +59,7 @@ class HbinTable {
 
     // A deque: a growing table never holds itself twice, which matters for hives of many thousand hbins.
     std::deque<HbinDescriptor, Platform::ArrayAllocator<HbinDescriptor>> _hbins;
-    std::deque<const HbinDescriptor*, Platform::ArrayAllocator<const HbinDescriptor*>>
-        _pages;  // the hbin of every 4096 bytes
+    std::deque<u32, Platform::ArrayAllocator<u32>> _pages;  // the hbin of every 4096 bytes
     u64 _end = 0;
     // A binary tree of maxima over `largestFree`, root at 1, leaves from `_leaves` on; empty while all are 0.
     Platform::Array<u32> _maxima;

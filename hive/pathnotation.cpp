@@ -2,8 +2,9 @@
 
 namespace Libraries::Files::Hive {
 
-Ref<String> pathToWindowsStyle(const Ref<String>& path) {
-    std::u16string out;
+Array<Ref<String>> namesOnPath(const Ref<String>& path) {
+    Array<Ref<String>> names;
+    std::u16string name;
     bool escaped = false;
     bool pendingSeparator = false;
     for (const char16_t unit : path ? path->view() : u"") {
@@ -12,12 +13,22 @@ Ref<String> pathToWindowsStyle(const Ref<String>& path) {
         } else if (unit == u'\\') {
             escaped = true;  // dropped itself, also when doubled: names cannot hold a backslash
         } else {
-            if (pendingSeparator && !out.empty()) out += u'\\';
-            out += unit;
+            if (pendingSeparator && !name.empty()) names.push_back(String::take(std::exchange(name, {})));
+            name += unit;
             escaped = pendingSeparator = false;
         }
     }
-    return String::create(out);
+    if (!name.empty()) names.push_back(String::take(std::move(name)));
+    return names;
+}
+
+Ref<String> pathToWindowsStyle(const Ref<String>& path) {
+    std::u16string out;
+    for (const Ref<String>& name : namesOnPath(path)) {
+        if (!out.empty()) out += u'\\';
+        out += name->view();
+    }
+    return String::take(std::move(out));
 }
 
 Ref<String> pathFromWindowsStyle(const Ref<String>& path) {

@@ -7,6 +7,8 @@
 /// "\/"; in export notation they are separated by '\', without any escape.
 namespace Libraries::Files::Hive {
 
+/// The names on a path in library notation; surplus separators vanish. Null counts as empty.
+Array<Ref<String>> namesOnPath(const Ref<String>& path);
 /// Library notation to export notation; surplus separators vanish. Null counts as empty; the result is never
 /// null.
 Ref<String> pathToWindowsStyle(const Ref<String>& path);

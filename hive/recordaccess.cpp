@@ -62,17 +62,18 @@ bool RegistryHiveObj::isCellBoundary(u32 hbinIdx, u32 position, u32 offset) {
 /// The record at `offset` where nothing stands in the way: its hbin is in the cache and was looked at before.
 /// Null otherwise, without a word: the long way then tells why.
 inline RecordView RegistryHiveObj::knownRecord(u32 offset, u32* hbinIdx, bool expectUnused) {
-    const HbinDescriptor* const hbin = _hbins.holding(offset);
-    if (!hbin || hbin->cacheSlot == INVALID_HBIN || !_valid) return {};
-    CachedHbin& cached = _cache.entry(hbin->cacheSlot);
-    const u32 inHbin = offset - hbin->offset;
-    if (!cached.headChecked || !(readonly() || _cache.isOfRound(hbin->cacheSlot)) ||
+    const u32 index = _hbins.holding(offset);
+    if (index == INVALID_HBIN || !_hbins[index].isCached() || !_valid) return {};
+    const HbinDescriptor& hbin = _hbins[index];
+    CachedHbin& cached = _cache.entry(hbin.cacheSlot);
+    const u32 inHbin = offset - hbin.offset;
+    if (!cached.headChecked || !(readonly() || _cache.isOfRound(hbin.cacheSlot)) ||
         offset % hive_hbin::RECORD_ALIGNMENT || !cached.cells.isKnownBoundary(inHbin))
         return {};
     const RecordView record = _cache.view(cached.position + inHbin);
     const s32 size = record.size();
-    if (size == 0 || (size > 0) != expectUnused || record.absoluteSize() > hbin->size - inHbin) return {};
-    if (hbinIdx) *hbinIdx = hbin->index;
+    if (size == 0 || (size > 0) != expectUnused || record.absoluteSize() > hbin.size - inHbin) return {};
+    if (hbinIdx) *hbinIdx = index;
     return record;
 }
 
@@ -149,20 +150,20 @@ u64 RegistryHiveObj::cacheLoadHbin(u32 hbinIdx) {
         return NO_POSITION;
     }
     const HbinDescriptor hbin = _hbins[hbinIdx];
-    if (hbin.cacheSlot != INVALID_HBIN && (readonly() || _cache.isOfRound(hbin.cacheSlot)))
+    if (hbin.isCached() && (readonly() || _cache.isOfRound(hbin.cacheSlot)))
         return _cache.entry(hbin.cacheSlot).position;
     const u32 position = getFreeCacheChunk(hbin.size);
     if (position == INVALID_RECORD) return NO_POSITION;
-    if (const u32 slot = _hbins[hbinIdx].cacheSlot; slot != INVALID_HBIN) {
-        _cache.takeIntoRound(slot);
-        return _cache.entry(slot).position;
+    if (_hbins[hbinIdx].isCached()) {  // from an earlier round, and not dropped to make room
+        _cache.takeIntoRound(hbin.cacheSlot);
+        return _cache.entry(hbin.cacheSlot).position;
     }
     if (!seekToHbin(hbin.offset, "Failed to seek to hbin position: ")) return NO_POSITION;
     if (_file->read(ShPtr(_cache.at(position)), hbin.size) != hbin.size) {
         log(3, Channel::hive, "Failed to read hbin");
         return NO_POSITION;
     }
-    _hbins.setCached(hbinIdx, _cache.add(hbinIdx, hbin.size, hbin.wasLoaded));
+    _hbins.setCached(hbinIdx, _cache.add(hbinIdx, hbin.size, hbin.wasLoaded()));
     return position;
 }
 

@@ -4,7 +4,6 @@
 #include "hive/keys/keyobj.h"
 #include "hive/pathnotation.h"
 #include "hive/security/securitydescriptoriteratorobj.h"
-#include "platform/iochar/stringutil.h"
 
 namespace Libraries::Files::Hive {
 
@@ -131,9 +130,8 @@ Ref<Key> RegistryHiveObj::path(Ref<String> path) {
         Error::set(ErrorCode::nullArgument);
         return nullptr;
     }
-    const auto names = StringUtil::split(pathToWindowsStyle(path), u'\\');
     Ref<Key> key = root();
-    for (const Ref<String>& name : *names) {
+    for (const Ref<String>& name : namesOnPath(path)) {
         if (!key) return nullptr;
         key = key->key(name);
     }

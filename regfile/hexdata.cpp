@@ -29,18 +29,30 @@ bool parseHead(std::u16string_view& text, u32& type) {
     return true;
 }
 
+/// The value of a hexadecimal digit; above 15 for any other unit.
+u32 digitValue(char16_t unit) {
+    if (unit >= u'0' && unit <= u'9') return static_cast<u32>(unit - u'0');
+    if (unit >= u'a' && unit <= u'f') return static_cast<u32>(unit - u'a' + 10);
+    if (unit >= u'A' && unit <= u'F') return static_cast<u32>(unit - u'A' + 10);
+    return 16;
+}
+
 }  // namespace
 
 bool parseHexData(std::u16string_view text, HexData& data) {
     if (!parseHead(text, data.type)) return false;
     data.bytes.reserve((text.size() + 1) / 3);
-    while (!text.empty()) {
-        const std::u16string_view piece = text.substr(0, text.find(u','));
-        text.remove_prefix(piece.size() == text.size() ? piece.size() : piece.size() + 1);
-        if (piece.empty()) continue;
-        u64 byte = 0;
-        if (piece.size() != 2 || !StrConv::num(piece, byte, 16)) return false;
-        data.bytes.push_back(static_cast<u8>(byte));
+    for (u64 at = 0; at < text.size();) {
+        if (text[at] == u',') {
+            ++at;
+            continue;
+        }
+        const u64 end = at + 2;
+        if (end > text.size() || (end < text.size() && text[end] != u',')) return false;
+        const u32 high = digitValue(text[at]), low = digitValue(text[at + 1]);
+        if ((high | low) > 15) return false;
+        data.bytes.push_back(static_cast<u8>(high << 4 | low));
+        at = end;
     }
     return data.bytes.size() <= UINT32_MAX;
 }

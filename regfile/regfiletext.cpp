@@ -1,7 +1,10 @@
 #include "regfile/regfiletext.h"
 
+#include <array>
+
 #include "hive/hivelog.h"
 #include "platform/iochar/stringutil.h"
+#include "platform/system/mem.h"
 #include "platform/text/writer.h"
 #include "regfile/report.h"
 
@@ -14,7 +17,18 @@ namespace {
 
 const Ref<String> HEADER = String::create(u"Windows Registry Editor Version 5.00\r\n\r\n");
 constexpr u64 BYTES_PER_LINE = 25;
+constexpr std::u16string_view CONTINUED = u"\\\r\n  ";
+constexpr u64 DWORD_DIGITS = 8;
 constexpr char16_t DIGITS[] = u"0123456789abcdef";
+
+/// A byte in binary form: two digits and a comma, and one unit more that makes it quick to copy.
+using ByteText = std::array<char16_t, 4>;
+constexpr auto BYTE_TEXTS = [] {
+    std::array<ByteText, 256> texts{};
+    for (u32 byte = 0; byte < texts.size(); ++byte)
+        texts[byte] = {DIGITS[byte >> 4], DIGITS[byte & 15], u',', u'\0'};
+    return texts;
+}();
 
 /// Empties the target, or goes to its end.
 bool prepareTarget(const Ref<Interfaces::Stripe>& target, bool append) {
@@ -69,11 +83,13 @@ void RegFileText::string(std::u16string_view name, std::u16string_view text) {
 }
 
 void RegFileText::dword(std::u16string_view name, u64 number) {
-    const Ref<String> digits = StrConv::str(number, 16);
+    std::array<char16_t, 16> digits;
+    u64 first = digits.size();
+    for (; number || first > digits.size() - DWORD_DIGITS; number >>= 4)
+        digits[--first] = DIGITS[number & 15];
     label(name);
     _out->print(u"dword:");
-    _out->print(std::u16string(digits->length() < 8 ? 8 - digits->length() : 0, u'0'));
-    _out->print(digits);
+    _out->print(std::u16string_view(digits.data() + first, digits.size() - first));
     _out->endLine();
 }
 
@@ -86,18 +102,19 @@ void RegFileText::beginBinary(std::u16string_view name, u32 type) {
 }
 
 void RegFileText::endBinary(const Array<u8>& bytes) {
-    std::u16string line;
-    for (u64 i = 0; i < bytes.size(); ++i) {
-        if (i && i % BYTES_PER_LINE == 0) {
-            line += u"\\\r\n  ";
-            _out->print(line);
-            line.clear();
+    constexpr u64 bytesText = 3 * BYTES_PER_LINE;
+    std::array<char16_t, bytesText + CONTINUED.size() + 1> line;
+    for (u64 start = 0; start < bytes.size(); start += BYTES_PER_LINE) {
+        const u64 count = std::min(BYTES_PER_LINE, bytes.size() - start);
+        for (u64 i = 0; i < count; ++i)
+            Mem::copy(&line[3 * i], BYTE_TEXTS[bytes[start + i]].data(), sizeof(ByteText));
+        u64 length = 3 * count - 1;  // no comma behind the last byte
+        if (start + count < bytes.size()) {
+            CONTINUED.copy(&line[bytesText], CONTINUED.size());
+            length = bytesText + CONTINUED.size();
         }
-        line += DIGITS[bytes[i] >> 4];
-        line += DIGITS[bytes[i] & 15];
-        if (i + 1 < bytes.size()) line += u',';
+        _out->print(std::u16string_view(line.data(), length));
     }
-    _out->print(line);
     _out->endLine();
 }
 

@@ -2,7 +2,6 @@
 
 #include "hive/hivelog.h"
 #include "hive/pathnotation.h"
-#include "platform/iochar/stringutil.h"
 
 namespace Libraries::Files::Hive {
 
@@ -16,18 +15,11 @@ Ref<String> Util::regPathFromWindowsStyle(const Ref<String>& path) {
 
 namespace {
 
-/// The names on a path; null with the error code set when there is nothing to split.
-Ref<TVector<Ref<String>>> splitPath(const Ref<Key>& start, const Ref<String>& path) {
-    if (!start || !path) {
-        Error::set(ErrorCode::nullArgument);
-        return nullptr;
-    }
-    if (path->isEmpty()) {  // on purpose: scripts that build paths find their mistake, and "/" names the
-                            // start key
-        Error::set(ErrorCode::wrongArgument);
-        return nullptr;
-    }
-    return StringUtil::split(pathToWindowsStyle(path), u'\\');
+/// Whether there is a path to follow; else false with the error code set.
+bool checkPath(const Ref<Key>& start, const Ref<String>& path) {
+    if (!start || !path) return ErrorCode::fail(ErrorCode::nullArgument);
+    // On purpose: scripts that build paths find their mistake, and "/" names the start key.
+    return !path->isEmpty() || ErrorCode::fail(ErrorCode::wrongArgument);
 }
 
 Ref<String> nameOf(const Ref<Key>& key) {
@@ -50,10 +42,9 @@ void cleanUp(const Array<Ref<Key>>& created) {
 }  // namespace
 
 Ref<Key> Util::openPath(const Ref<Key>& start, const Ref<String>& path) {
-    const auto names = splitPath(start, path);
-    if (!names) return nullptr;
+    if (!checkPath(start, path)) return nullptr;
     Ref<Key> current = start;
-    for (const Ref<String>& name : *names) {
+    for (const Ref<String>& name : namesOnPath(path)) {
         current = current->key(name);
         if (current) continue;
         Error::set(ErrorCode::noSuchKey);
@@ -63,11 +54,10 @@ Ref<Key> Util::openPath(const Ref<Key>& start, const Ref<String>& path) {
 }
 
 Ref<Key> Util::openOrCreatePath(const Ref<Key>& start, const Ref<String>& path) {
-    const auto names = splitPath(start, path);
-    if (!names) return nullptr;
+    if (!checkPath(start, path)) return nullptr;
     Ref<Key> current = start;
     Array<Ref<Key>> created;
-    for (const Ref<String>& name : *names) {
+    for (const Ref<String>& name : namesOnPath(path)) {
         Ref<Key> child = current->key(name);
         if (!child) {
             if (Error::get() == ErrorCode::noSuchKey) {
