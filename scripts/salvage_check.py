@@ -229,6 +229,12 @@ class Check:
         text = Text(raw)
         if not why and code == 0 and codepage == LATIN1 and text.text.count('\r\n\r\n[') < intact_keys:
             why = 'keys are gone and nobody told'
+        # Damage may make a subkey the root. The reader goes on from there, the tool from the root above it.
+        taken = re.search(r'taken is the key at (0x[0-9a-f]+)', '\n'.join(lines))
+        if taken and root:
+            hive = self.reader(self.hive, codepage)
+            hive.root = int(taken[1], 16)
+            root = hive.load()
         if root is None:
             self.found['unreadable to the reader'] += 1
             return why

@@ -99,7 +99,9 @@ void SalvageFile::findStretches() {
         if (end == _areaSize ? !possible || size > PAGE : !isHbinHead(end))
             end = findHbinHead(at + PAGE, end);
         _stretches.push_back({at, end, end, true});
-        if (!possible || end != at + size)
+        if (size > _areaSize - at)
+            _stretches.back().damage = "the hbin at " + salvageHex(at) + " reaches behind the file's end";
+        else if (!possible || end != at + size)
             _stretches.back().damage =
                 "the hbin at " + salvageHex(at) + " has the wrong size " + salvageHex(size);
         at = end;

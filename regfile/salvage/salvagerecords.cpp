@@ -204,7 +204,7 @@ Array<u32> SalvageRecords::values(const SalvagedKey& key, SalvageFlaws& flaws) {
     const SalvageCell cell = _file.cell(key.valueList, flaws);
     if (!cell.holdsData()) {
         flaws.push_back({SalvageFlaw::lost, key.valueList,
-                         std::to_string(key.numOfValues) + " values: their list " + cell.trouble()});
+                         std::to_string(key.numOfValues) + " value(s): the list of them " + cell.trouble()});
         return records;
     }
     const u64 room = (cell.length - sizeof(hive_record)) / OFFSET_ENTRY_SIZE;
