@@ -105,7 +105,7 @@ void KeyCheck::checkList(const Pending& key, u32 list, u32 owner, bool top) {
         if (ofLists)
             checkList(key, record, list, false);
         else
-            checkEntry(key, list, {Platform::L32ToHost(record), {}}, kind);
+            checkEntry(key, list, {Platform::HostToL32(record), {}}, kind);
     }
 }
 

@@ -54,7 +54,7 @@ const std::vector<Damage> damages = {
     {"hbin place", [](HiveBuilder& h) { h.poke32(4100, 0); }, "fault : hbin says it is at 0x0"},
     {"hbin size", [](HiveBuilder& h) { h.poke32(4104, 0); }, "fault : hbin of 0x0 bytes"},
     {"hbin distance", [](HiveBuilder& h) { h.poke32(28, 8); }, "note : distance to the next hbin 0x8"},
-    {"cell size", [](HiveBuilder& h) { h.poke32(32, -12); }, "fault : cell size -12"},
+    {"cell size", [](HiveBuilder& h) { h.poke32(32, 0xFFFFFFF4); }, "fault : cell size -12"},
     {"cell end", [](HiveBuilder& h) { h.poke32(32, 0x80000000); }, "fault : cell size -2147483648"},
     {"unused", [](HiveBuilder& h) { h.allocate(40); }, "note : used cell of 40 bytes that nothing refers to"},
     {"key", [](HiveBuilder& h) { h.poke(record(h, u"Beta") + 4, "xx"); }, "fault /Beta: no key record"},
