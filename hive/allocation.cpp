@@ -1,4 +1,5 @@
 #include "hive/hivelog.h"
+#include "hive/plainpath.h"
 #include "hive/registryhiveobj.h"
 
 namespace Libraries::Files::Hive {
@@ -199,7 +200,7 @@ void RegistryHiveObj::noteChange(u32 hbinIdx, u32 offset, u32 length, u32 freeRe
     const HbinDescriptor& hbin = _hbins[hbinIdx];
     const u32 largest = hbin.largestFree, record = hbin.largestFreeRecord, others = hbin.otherFree;
     const bool gone = largest && record >= offset && record - offset < length;
-    if (others == UNKNOWN_LENGTH || (gone && freeLength <= others))
+    if (PLAIN_PATH || others == UNKNOWN_LENGTH || (gone && freeLength <= others))
         updateFreeSpace(hbinIdx);
     else if (gone)
         _hbins.setLargestFree(hbinIdx, freeLength, freeRecord, others);

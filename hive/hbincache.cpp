@@ -59,7 +59,7 @@ bool HbinCache::grow() {
     const u64 capacity = std::min<u64>(u64{_capacity} * GROWTH, RETAINED_BYTES);
     if (_cameBack * ENOUGH_COME_BACK < _loads || capacity < u64{_end} + _size) return false;
     const u32 error = Platform::Error::get();
-    const auto memory = Platform::ShMem::create(capacity);
+    const auto memory = Platform::ShMem::createPrivate(capacity);
     if (!memory) {
         Platform::Error::set(error);  // the cache does without
         return false;

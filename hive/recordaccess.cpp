@@ -1,4 +1,5 @@
 #include "hive/hivelog.h"
+#include "hive/plainpath.h"
 #include "hive/registryhiveobj.h"
 
 namespace Libraries::Files::Hive {
@@ -89,7 +90,8 @@ RecordView RegistryHiveObj::cacheLoadRecord(u32 offset) {
 
 RecordView RegistryHiveObj::cacheLoadRecord(u32 offset, u32* hbinIdx, bool expectUnused) {
     constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::cacheLoadRecord";
-    if (const RecordView record = knownRecord(offset, hbinIdx, expectUnused)) return record;
+    if constexpr (!PLAIN_PATH)
+        if (const RecordView record = knownRecord(offset, hbinIdx, expectUnused)) return record;
     if (!_valid || !_cache.mapped()) return {};
     if (refuseUnsafe("internal cacheLoadRecord")) return {};
     const u32 index = hbinFromOffset(offset);
@@ -177,7 +179,7 @@ u32 RegistryHiveObj::getFreeCacheChunk(u32 size) {
         return INVALID_RECORD;
     }
     // In write-through mode a failed write leaves the cache and the file apart: the next round reads anew.
-    const bool mayRetain = size <= _cache.size() && !(_mode & modeWriteThrough);
+    const bool mayRetain = !PLAIN_PATH && size <= _cache.size() && !(_mode & modeWriteThrough);
     if (!_cache.nextRound(mayRetain)) emptyCache();
     if (size > _cache.size() && !replaceCache(u64{2} * size)) return INVALID_RECORD;
     return _cache.end();

@@ -65,6 +65,16 @@ class RegistryHiveObj final : public HiveFile, public Object {
     /// The used, or free, record at `offset` and the index of its hbin. Not in `modeUnsafe`.
     RecordView cacheLoadRecord(u32 offset, u32* hbinIdx, bool expectUnused);
 
+    /// Tells the processor that the record at `offset` will be looked at soon, if it is in the cache.
+    void bringNear(u32 offset) {
+        const u32 index = _hbins.holding(offset);
+        if (index == INVALID_HBIN || !_hbins[index].isCached()) return;
+        const CachedHbin& hbin = _cache.entry(_hbins[index].cacheSlot);
+        const u8* const record = _cache.at(hbin.position + (offset - _hbins[index].offset));
+        __builtin_prefetch(record);
+        __builtin_prefetch(record + sizeof(hive_record_nk));
+    }
+
     // Writing (writing.cpp).
 
     /// Copies bytes into the body of the used record at `offset`, `offsetInRecord` (at least 4) counted from

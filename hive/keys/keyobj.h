@@ -128,6 +128,7 @@ class HIVE_API KeyObj final : public Key, public Object {
     bool loadRecord();
 
     SubkeyEntry* subkeyAt(u32 index);
+    void foresee(const FoldedName& name) const;
     bool compareSubkey(u32 index, const FoldedName& name, int& order, bool& isEmpty);
     bool loadTopList(const RecordView& record);
     bool loadOneLevel(const RecordView& record, KeyListType type, const char* failure);

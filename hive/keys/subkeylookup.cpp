@@ -1,5 +1,8 @@
+#include <algorithm>
+
 #include "hive/hivelog.h"
 #include "hive/keys/keyobj.h"
+#include "hive/plainpath.h"
 
 namespace Libraries::Files::Hive {
 
@@ -29,7 +32,7 @@ Ref<KeyObj> KeyObj::key(u32 index) {
 bool KeyObj::compareSubkey(u32 index, const FoldedName& name, int& order, bool& isEmpty) {
     SubkeyEntry* const entry = subkeyAt(index);
     if (!entry) return false;
-    if (const Ref<KeyObj> live = entry->key.lock()) {
+    if (const Ref<KeyObj> live = PLAIN_PATH ? key(index) : entry->key.lock()) {
         const Ref<String> own = live->name();
         isEmpty = !own || own->isEmpty();
         order = name.compareOther(own ? own->view() : std::u16string_view());
@@ -54,6 +57,31 @@ Ref<Key> KeyObj::key(Ref<String> name) {
     return binaryFindKey(name, nullptr);
 }
 
+/// Has the records on the way of a search brought near at once, instead of one after the other as it gets to
+/// them. Where it will end the hash tells, most likely; nothing depends on that.
+void KeyObj::foresee(const FoldedName& name) const {
+    constexpr u64 enough = 64;  // with more entries, looking for the hash takes longer than the search
+    if (PLAIN_PATH || _listType != keyListLH || _keyList.sublists() != 1) return;
+    const Array<SubkeyEntry>& entries = _keyList.sublist(0).entries;
+    if (entries.size() > enough) return;
+    u32 hash = 0;
+    for (const char16_t unit : name.view()) hash = hash * 37 + unit;
+    const auto found = std::find_if(entries.begin(), entries.end(),
+                                    [hash](const SubkeyEntry& entry) { return entry.hash.hash == hash; });
+    if (found == entries.end()) return;
+    const auto end = static_cast<u32>(found - entries.begin());
+    u32 min = 0;
+    u32 max = static_cast<u32>(entries.size()) - 1;
+    for (u32 mid = max / 2; mid != end; mid = min + (max - min) / 2) {
+        _hive->bringNear(entries[mid].record);
+        if (mid < end)
+            min = mid + 1;
+        else
+            max = mid - 1;
+    }
+    _hive->bringNear(found->record);
+}
+
 Ref<Key> KeyObj::binaryFindKey(const Ref<String>& name, u32* position) {
     constexpr auto function = "Libraries::Files::Hive::KeyObj::binaryFindKey";
     u32 unwanted = 0;
@@ -69,10 +97,12 @@ Ref<Key> KeyObj::binaryFindKey(const Ref<String>& name, u32* position) {
     u32 max = _numOfKeys - 1;
     u32 mid = max / 2;
     const FoldedName wanted(name->view());
+    const bool listed = initSubkeys();
+    if (listed) foresee(wanted);
     for (;;) {
         int order = 0;
         bool isEmpty = false;
-        bool readable = compareSubkey(mid, wanted, order, isEmpty);
+        bool readable = listed && compareSubkey(mid, wanted, order, isEmpty);
         const bool fallBack = readable && isEmpty && (_hive->mode() & HiveFile::modeLinearFallback);
         Ref<KeyObj> found;
         if (order == 0 && readable && !fallBack) {

@@ -3,6 +3,7 @@
 #include "hive/hivelog.h"
 #include "hive/keys/keyobj.h"
 #include "hive/keys/valueiteratorobj.h"
+#include "hive/plainpath.h"
 #include "hive/recordbuilder.h"
 #include "hive/values/valueobj.h"
 #include "hive/values/valuerecord.h"
@@ -97,6 +98,7 @@ Ref<Value> KeyObj::createValue(Ref<String> name, Value::ValueType type) {
 /// the log lines and error codes of opening it, unless there is an object or the name's hash is known. When
 /// the value cannot be opened, `readable` becomes false and the answer is true.
 bool KeyObj::mayBeNamed(u32 index, u32 nameHash, bool& readable) {
+    if constexpr (PLAIN_PATH) return true;
     ValueEntry& entry = _values[index];
     if (!entry.nameKnown) {
         if (entry.value.lock()) return true;

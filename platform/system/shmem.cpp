@@ -13,7 +13,7 @@ SharedMemory::~SharedMemory() {
     ::munmap(_address, static_cast<std::size_t>(_reserved));
 }
 
-Ref<SharedMemory> ShMem::create(u64 size) {
+Ref<SharedMemory> ShMem::map(u64 size, int flags) {
     if (size == 0) {
         Error::set(Error::wrongArgument);
         return {};
@@ -28,7 +28,7 @@ Ref<SharedMemory> ShMem::create(u64 size) {
     // Without a reservation, pages that are never touched cost nothing, so that caches may be made
     // generously.
     void* address = ::mmap(nullptr, static_cast<std::size_t>(reserved), PROT_READ | PROT_WRITE,
-                           MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+                           flags | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (address == MAP_FAILED) {
         Error::setSystem(errno);
         return {};
@@ -40,6 +40,18 @@ Ref<SharedMemory> ShMem::create(u64 size) {
         return {};
     }
     return Ref<SharedMemory>(new SharedMemory(bytes, size, reserved));
+}
+
+Ref<SharedMemory> ShMem::create(u64 size) {
+    return map(size, MAP_SHARED);
+}
+
+Ref<SharedMemory> ShMem::createPrivate(u64 size) {
+    Ref<SharedMemory> memory = map(size, MAP_PRIVATE);
+#ifdef MADV_HUGEPAGE
+    if (memory) ::madvise(memory->address(), static_cast<std::size_t>(size), MADV_HUGEPAGE);
+#endif
+    return memory;
 }
 
 }  // namespace Platform

@@ -28,6 +28,12 @@ class PLATFORM_API ShMem {
     /// the block's last page faults instead of reaching foreign memory. Null with the error code set when
     /// there is no memory.
     static Ref<SharedMemory> create(u64 size);
+    /// The same for memory that only this process looks at, in large pages where the system has them: for
+    /// big blocks that are read here and there.
+    static Ref<SharedMemory> createPrivate(u64 size);
+
+ private:
+    static Ref<SharedMemory> map(u64 size, int flags);
 };
 
 /// A mapping handle: the shared memory it belongs to and the mapped range (none when `address` is null).
