@@ -227,7 +227,8 @@ class Check:
             return '' if root is None and code == 1 and 'nothing was written' in lines[-1] else 'exit code %d: %s' % (code, lines)
         why = self.told(code, lines)
         text = Text(raw)
-        if not why and code == 0 and codepage == LATIN1 and text.text.count('\r\n\r\n[') < intact_keys:
+        # Fields swapped between two keys can make either whole and the other childless: nothing in the file tells that.
+        if not why and code == 0 and kind != 'swap' and codepage == LATIN1 and text.text.count('\r\n\r\n[') < intact_keys:
             why = 'keys are gone and nobody told'
         # Damage may make a subkey the root. The reader goes on from there, the tool from the root above it.
         taken = re.search(r'taken is the key at (0x[0-9a-f]+)', '\n'.join(lines))
