@@ -103,7 +103,8 @@ TEST(Discovery, RandomHivesAndLongLastCellsGiveEveryCell) {
     Random random(4711);
     for (u32 round = 0; round < 60; ++round) {
         HiveImage image = randomImage(random, 1 + random() % 8);
-        const u32 size = 12288U << round % 2, lastCells[] = {size - 32, size - 4088, size - 4096, size - 4104};
+        const u32 size = 12288U << round % 2,
+                  lastCells[] = {size - 32, size - 4088, size - 4096, size - 4104};
         const u32 lastCell = lastCells[round / 2 % 4];
         image.addHbin(size);
         if (lastCell + 32 < size) image.allocate(size - 32 - lastCell);
