@@ -1,5 +1,7 @@
 #include "check/hivecheck.h"
 
+#include <new>
+
 #include "check/keycheck.h"
 #include "check/layoutcheck.h"
 
@@ -11,8 +13,8 @@ void noteUnreached(CheckContext& context) {
     for (u32 index = 0; index < context.cells.count(); ++index) {
         if (!context.cells.isUsed(index) || context.cells.use(index) != CellUse::none) continue;
         const u32 offset = context.cells.offset(index);
-        const std::string signature =
-            context.record(context.cellAt(offset), sizeof(hive_record_list)).signature();
+        const std::string signature(
+            std::string_view(context.record(context.cellAt(offset), sizeof(hive_record_list)).signature()));
         const bool isRecord = signature == "nk" || signature == "vk" || signature == "sk" ||
                               signature == "db" || signature == "ri" || signature == "li" ||
                               signature == "lf" || signature == "lh";
@@ -24,7 +26,7 @@ void noteUnreached(CheckContext& context) {
 }  // namespace
 
 bool HiveCheck::run(Ref<Interfaces::Stripe> file, HiveFile::HiveCodepage codepage, const Sink& sink,
-                    HiveCheckCounts& counts) {
+                    HiveCheckCounts& counts) try {
     counts = {};
     if (!file) return ErrorCode::fail(ErrorCode::nullArgument);
     if (file->elementSize() != 1) return ErrorCode::fail(ErrorCode::wrongElementSize);
@@ -45,6 +47,8 @@ bool HiveCheck::run(Ref<Interfaces::Stripe> file, HiveFile::HiveCodepage codepag
     if (context.bytes.cameShort())
         context.fault(HiveFinding::baseBlock, "the file could not be read in full while it was checked");
     return true;
+} catch (const std::bad_alloc&) {  // of a container of the standard library
+    outOfMemory();
 }
 
 }  // namespace Libraries::Files::Hive

@@ -83,7 +83,7 @@ void KeyCheck::checkList(const Pending& key, u32 list, u32 owner, bool top) {
     const TakenCell cell = _context.take(list, CellUse::subkeyList, owner);
     if (!cell) return;
     const RecordView head = _context.record(cell, sizeof(hive_record_list));
-    const std::string kind = head.signature();
+    const std::string kind(std::string_view(head.signature()));
     const u32 count = head.u16At(offsetof(hive_record_list, count));
     const bool ofLists = top && kind == hive_record_list::RI;
     const bool hashed = kind == hive_record_list::LF || kind == hive_record_list::LH;

@@ -36,7 +36,7 @@ class FoldedName {
  private:
     u64 _length;
     std::array<char16_t, 256> _few;  // holds every key name
-    std::u16string _many;
+    Platform::Utf16Buffer _many;
 };
 
 }  // namespace Libraries::Files::Hive

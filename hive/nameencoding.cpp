@@ -1,5 +1,6 @@
 #include "hive/nameencoding.h"
 
+#include <algorithm>
 #include <array>
 
 #include "hive/hivelog.h"
@@ -75,6 +76,12 @@ bool byteToChar(u8 byte, HiveFile::HiveCodepage codepage, u32& codePoint) {
     }
 }
 
+bool hasBytes(const Ref<String>& text, HiveFile::HiveCodepage codepage) {
+    u8 ignored = 0;
+    return std::ranges::all_of(text->view(),
+                               [&](char16_t unit) { return charToByte(unit, codepage, ignored); });
+}
+
 HeapBuffer stringToBytes(const Ref<String>& text, HiveFile::HiveCodepage codepage) {
     HeapBuffer bytes = heapBuffer(text->length() + 1);
     if (!bytes) return {};
@@ -86,7 +93,7 @@ HeapBuffer stringToBytes(const Ref<String>& text, HiveFile::HiveCodepage codepag
 }
 
 Ref<String> regNameToString(const u8* bytes, u32 length, HiveFile::HiveCodepage codepage) {
-    std::u16string units(length, u'\0');
+    Utf16Buffer units(length, u'\0');
     for (u32 i = 0; i < length; ++i) {
         if (bytes[i] < 128) {
             units[i] = bytes[i];
@@ -109,7 +116,7 @@ Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool co
         record.copy(bytes.data(), offset, length);
         return regNameToString(bytes.data(), length, codepage);
     }
-    std::u16string units(length / 2U, u'\0');
+    Utf16Buffer units(length / 2U, u'\0');
     for (u32 i = 0; i < units.size(); ++i)
         units[i] = static_cast<char16_t>(record.u16At(u64{offset} + 2 * i));
     return String::take(std::move(units));
@@ -117,7 +124,9 @@ Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool co
 
 HeapBuffer RegistryHiveObj::stringToRegName(const Ref<String>& name, u64& length, bool& compressed) const {
     if (name->length() > length) return {};
-    if (HeapBuffer bytes = stringToBytes(name, _codepage)) {
+    if (hasBytes(name, _codepage)) {
+        HeapBuffer bytes = stringToBytes(name, _codepage);
+        if (!bytes) return {};  // no memory; the other form is no way out
         const u64 size = std::strlen(reinterpret_cast<const char*>(bytes.get()));  // a U+0000 cuts the name
         if (size > length) {
             log(3, Channel::hive, "Unexpected length of name as ascii: ", size);

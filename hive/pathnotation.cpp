@@ -4,7 +4,7 @@ namespace Libraries::Files::Hive {
 
 Array<Ref<String>> namesOnPath(const Ref<String>& path) {
     Array<Ref<String>> names;
-    std::u16string name;
+    Utf16Buffer name;
     bool escaped = false;
     bool pendingSeparator = false;
     for (const char16_t unit : path ? path->view() : u"") {
@@ -23,7 +23,7 @@ Array<Ref<String>> namesOnPath(const Ref<String>& path) {
 }
 
 Ref<String> pathToWindowsStyle(const Ref<String>& path) {
-    std::u16string out;
+    Utf16Buffer out;
     for (const Ref<String>& name : namesOnPath(path)) {
         if (!out.empty()) out += u'\\';
         out += name->view();
@@ -32,7 +32,7 @@ Ref<String> pathToWindowsStyle(const Ref<String>& path) {
 }
 
 Ref<String> pathFromWindowsStyle(const Ref<String>& path) {
-    std::u16string out;
+    Utf16Buffer out;
     bool pendingSeparator = false;
     for (const char16_t unit : path ? path->view() : u"") {
         if (unit == u'\\') {

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <string>
 
 #include "hive/format.h"
+#include "platform/system/heap.h"
 #include "platform/system/mem.h"
 
 namespace Libraries::Files::Hive {
@@ -37,10 +37,10 @@ class RecordView {
         return valueAt<Layout>(0);
     }
     /// The two bytes behind the size field, and whether they are these.
-    std::string signature() const {
+    Platform::CharBuffer signature() const {
         char text[2];
         copy(text, sizeof(u32), sizeof(text));
-        return std::string(text, sizeof(text));
+        return {text, sizeof(text)};
     }
     bool isOf(const char* signature) const {
         const auto bytes = valueAt<std::array<char, 2>>(sizeof(u32));

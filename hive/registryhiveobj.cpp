@@ -156,7 +156,7 @@ HiveHeader RegistryHiveObj::header() const {
     result.minorVersion = versionMinor();
     result.rootCell = _rootCell;
     result.hbinsSize = hbinsSize();
-    std::u16string name;
+    Utf16Buffer name;
     for (u32 i = 0; i + 1 < sizeof(_header.fileName); i += 2) {
         const auto unit = static_cast<char16_t>(_header.fileName[i] | _header.fileName[i + 1] << 8);
         if (!unit) break;

@@ -1,6 +1,7 @@
 #include "regfile/regfileexporter.h"
 
 #include "hive/hivelog.h"
+#include "platform/iochar/stringutil.h"
 #include "regfile/report.h"
 
 namespace Libraries::Files::Hive {
@@ -9,12 +10,6 @@ namespace {
 
 constexpr u64 FIRST_READ = 65536;
 constexpr auto TOO_MUCH = "More keys and values than the hive can hold: ";
-
-Ref<String> joined(std::initializer_list<std::u16string_view> parts) {
-    std::u16string text;
-    for (const auto& part : parts) text += part;
-    return String::create(text);
-}
 
 }  // namespace
 
@@ -86,7 +81,7 @@ bool RegFileExporter::fail(const char* message) const {
 /// Where a value stands, for messages.
 Ref<String> RegFileExporter::placeOf(const Ref<Value>& value) const {
     const Ref<String> name = value->name();
-    return joined({_path, u"/", name ? name->view() : std::u16string_view()});
+    return StringUtil::joined({_path, u"/", name ? name->view() : std::u16string_view()});
 }
 
 /// Writes a string or dword value in its readable form; false when it has none, so that the binary one must

@@ -51,7 +51,7 @@ bool KeyObj::initSubkeys() {
 
 bool KeyObj::loadTopList(const RecordView& record) {
     const bool isV13 = _hive->versionMinor() == 3;
-    const std::string signature = record.signature();
+    const CharBuffer signature = record.signature();
     const char* refused = nullptr;
     if (signature == hive_record_list::LF) {
         if (isV13) return loadOneLevel(record, keyListLF, "Failed to load lf key list, list: ");

@@ -18,7 +18,7 @@ bool ValueObj::dataIsThere() {
 }
 
 /// The first `units` UTF-16 units of the data; false when they cannot all be read.
-bool ValueObj::readUnits(u32 units, std::u16string& text) {
+bool ValueObj::readUnits(u32 units, Utf16Buffer& text) {
     const u32 bytes = units * 2;
     text.resize(dataIsThere() ? units : 0);
     const u32 got = read(ShPtr(text.data()), 0, static_cast<u32>(text.size() * 2));
@@ -36,7 +36,7 @@ bool ValueObj::readUnits(u32 units, std::u16string& text) {
 
 Ref<String> ValueObj::string(u32 maxLength) {
     const MonGuard guard(_hive->mon());
-    std::u16string text;
+    Utf16Buffer text;
     if (!_valid || (_type != valueString && _type != valueExpandString)) {
         ErrorCode::fail(_valid ? ErrorCode::wrongType : ErrorCode::invalidObject);
         return nullptr;
@@ -59,7 +59,7 @@ Ref<TVector<Ref<String>>> ValueObj::strings(u32 maxLength) {
         return nullptr;
     }
     const u32 units = _dataSize / 2;
-    std::u16string text;
+    Utf16Buffer text;
     if (units > maxLength) {
         ErrorCode::fail(ErrorCode::tooLong);
         return nullptr;

@@ -100,7 +100,7 @@ class HIVE_API ValueObj final : public Value, public Object {
     bool dataIsThere();
     bool canSet(bool typeSuits) const;
     bool replaceData(const void* data, u32 bytes, const char* resizeFailure, const char* writeFailure);
-    bool readUnits(u32 units, std::u16string& text);
+    bool readUnits(u32 units, Utf16Buffer& text);
 
     const Ref<RegistryHiveObj> _hive;
     Ref<KeyObj> _parent;

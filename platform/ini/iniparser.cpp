@@ -76,7 +76,7 @@ class RegistryText {
 
     /// Appends the lines that data ending in '\' goes on in; false when the text ends before the data does.
     bool readContinuations() {
-        std::u16string next;
+        Utf16Buffer next;
         while (_line.ends_with(u'\\')) {
             _line.pop_back();
             if (!readLine(next)) return false;
@@ -87,7 +87,7 @@ class RegistryText {
     }
 
     /// Reads up to a line end, which is taken and dropped; false at the end of the text.
-    bool readLine(std::u16string& line) {
+    bool readLine(Utf16Buffer& line) {
         line.clear();
         bool any = false;
         for (auto ahead = _reader.ahead(); !ahead.empty(); ahead = _reader.ahead()) {
@@ -109,7 +109,7 @@ class RegistryText {
 
     CharReader& _reader;
     Interfaces::IniParserInterface& _handler;
-    std::u16string _line;
+    Utf16Buffer _line;
     u64 _lines = 0;
     bool _inSection = false;
 };

@@ -53,7 +53,7 @@ class PLATFORM_API CharReader final : public Object {
     u64 _position = 0;
     u64 _line = 0;
     bool _failed = false;
-    std::u16string _buffer;
+    Utf16Buffer _buffer;
 };
 
 }  // namespace Platform

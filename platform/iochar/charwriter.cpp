@@ -12,8 +12,8 @@ namespace {
 constexpr u32 DEFAULT_UNITS = 8192;
 constexpr u32 MIN_UNITS = 2;  // one may be held back, see flush
 
-std::string toBytes(std::u16string_view units) {
-    std::string bytes;
+CharBuffer toBytes(std::u16string_view units) {
+    CharBuffer bytes;
     bytes.reserve(units.size());
     Utf8Encoder encoder;
     encoder.feed(units, bytes);
@@ -45,7 +45,7 @@ CharWriter::~CharWriter() {
     flush();
     // A high surrogate still held back has stayed alone.
     if (!_good || _buffer.empty()) return;
-    const std::string bytes = toBytes(_buffer);
+    const CharBuffer bytes = toBytes(_buffer);
     _stream->write(ShPtr::fromConst(bytes.data()), bytes.size());
 }
 
@@ -67,7 +67,7 @@ bool CharWriter::flush() {
     }
     // The other half of a pair may still come: a high surrogate at the end waits for it.
     const u64 held = isHighSurrogate(_buffer.back()) ? 1 : 0;
-    const std::string bytes = toBytes(std::u16string_view(_buffer).substr(0, _buffer.size() - held));
+    const CharBuffer bytes = toBytes(std::u16string_view(_buffer).substr(0, _buffer.size() - held));
     if (!bytes.empty()) _good = _stream->write(ShPtr::fromConst(bytes.data()), bytes.size()) == bytes.size();
     _buffer.erase(0, _buffer.size() - held);
     return _good;

@@ -38,7 +38,7 @@ class PLATFORM_API CharWriter final : public Object {
     u64 _capacity;
     LineEnd _lineEnd;
     bool _good = true;
-    std::u16string _buffer;
+    Utf16Buffer _buffer;
 };
 
 }  // namespace Platform

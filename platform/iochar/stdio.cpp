@@ -3,11 +3,13 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 
 #include "platform/iochar/fdwriter.h"
 #include "platform/system/error.h"
+#include "platform/system/proc.h"
 
 namespace Platform {
 
@@ -59,15 +61,22 @@ u64 FdStream::write(ShPtr source, u64 count, u32) {
 }
 
 /// Lives on to the very end of the process, since other objects' destructors may print; what it holds is
-/// written out at the normal exit.
+/// written out at the normal exit. No local static: running out of memory here prints, and so comes here
+/// again.
 template <int fd>
 Ref<CharWriter> standardWriter() {
-    static auto& writer = []() -> Ref<CharWriter>& {
-        auto* const made = new Ref<CharWriter>(newFdWriter(fd));
-        std::atexit([] { standardWriter<fd>()->flush(); });
-        return *made;
-    }();
-    return writer;
+    static constinit std::atomic<CharWriter*> writer{nullptr};
+    if (!writer.load(std::memory_order_acquire)) {
+        InitCode::lock();
+        if (!writer.load(std::memory_order_relaxed)) {
+            const Ref<CharWriter> made = newFdWriter(fd);
+            made->incRef();
+            writer.store(made.get(), std::memory_order_release);
+            std::atexit([] { standardWriter<fd>()->flush(); });
+        }
+        InitCode::unlock();
+    }
+    return Ref<CharWriter>(writer.load(std::memory_order_acquire));
 }
 
 }  // namespace

@@ -38,6 +38,12 @@ Ref<TVector<Ref<String>>> StringUtil::split(const Ref<String>& text, char16_t se
     return pieces;
 }
 
+Ref<String> StringUtil::joined(std::initializer_list<std::u16string_view> parts) {
+    Utf16Buffer text;
+    for (const auto& part : parts) text += part;
+    return String::create(text);
+}
+
 bool StringUtil::startsWith(const Ref<String>& text, const Ref<String>& head) {
     return text->startsWith(head->view());
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <initializer_list>
+
 #include "platform/system/string.h"
 #include "platform/system/vector.h"
 
@@ -9,6 +11,7 @@ class PLATFORM_API StringUtil {
  public:
     /// The pieces of `text` between separators, in order; empty pieces are left out. Any number of pieces.
     static Ref<TVector<Ref<String>>> split(const Ref<String>& text, char16_t separator);
+    static Ref<String> joined(std::initializer_list<std::u16string_view> parts);
     static bool startsWith(const Ref<String>& text, const Ref<String>& head);
 };
 

@@ -7,7 +7,7 @@ namespace Platform {
 namespace {
 
 template <typename T>
-void appendDigits(std::u16string& text, T number, int base) {
+void appendDigits(Utf16Buffer& text, T number, int base) {
     char digits[24];
     const auto end = std::to_chars(digits, digits + sizeof digits, number, base).ptr;
     text.append(digits, end);

@@ -36,7 +36,7 @@ class PLATFORM_API LogLine {
  private:
     void addNumber(u64 bits, s64 asSigned, bool isSigned);
 
-    std::u16string _text;
+    Utf16Buffer _text;
 };
 
 /// Writes one log line made of text pieces and numbers. Costs one test when the line is off.

@@ -25,8 +25,8 @@ struct LogTarget {
 
 /// Never destroyed: objects that outlive it would still log.
 LogTarget& target() {
-    static auto& instance = *new LogTarget;
-    return instance;
+    static Immortal<LogTarget> instance;
+    return instance.object;
 }
 
 }  // namespace

@@ -3,8 +3,8 @@
 #include <atomic>
 
 #include "platform/system/export.h"
+#include "platform/system/heap.h"
 #include "platform/system/ref.h"
-#include "platform/system/types.h"
 
 namespace Platform {
 
@@ -22,6 +22,10 @@ class PLATFORM_API RefCount {
 
     void incRef() const { _count.fetch_add(1, std::memory_order_relaxed); }
     void decRef() const;
+
+    // Without memory for an object the process ends, see Heap.
+    static void* operator new(std::size_t bytes) { return Heap::mustAlloc(bytes); }
+    static void operator delete(void* object) { Heap::free(object); }
 
  protected:
     RefCount() = default;
@@ -69,6 +73,9 @@ class PLATFORM_API GcProxy {
 
     /// Takes a strong count on the object. Returns false when it is gone; on true the caller owns the count.
     bool lockWeakRef();
+
+    static void* operator new(std::size_t bytes) { return Heap::mustAlloc(bytes); }
+    static void operator delete(void* proxy) { Heap::free(proxy); }
 
  private:
     friend class Object;

@@ -4,6 +4,8 @@
 
 #include <mutex>
 
+#include "platform/system/heap.h"
+
 namespace Platform {
 
 namespace {
@@ -11,8 +13,8 @@ namespace {
 // Re-entrant, since initialisation code may need what other initialisation code makes; never destroyed, since
 // other threads may still run while the process ends.
 std::recursive_mutex& initMutex() {
-    static auto& mutex = *new std::recursive_mutex;
-    return mutex;
+    static Immortal<std::recursive_mutex> mutex;
+    return mutex.object;
 }
 
 }  // namespace

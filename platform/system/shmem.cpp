@@ -19,7 +19,7 @@ Ref<SharedMemory> ShMem::map(u64 size, int flags) {
         return {};
     }
     const u64 page = static_cast<u64>(::sysconf(_SC_PAGESIZE));
-    if (size > PTRDIFF_MAX - 2 * page) {
+    if (size > PTRDIFF_MAX - 2 * page || Heap::refuses()) {
         Error::setSystem(ENOMEM);
         return {};
     }

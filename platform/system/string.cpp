@@ -9,8 +9,8 @@ namespace Platform {
 namespace {
 
 /// A unit of ISO 8859-1 for each byte.
-std::u16string widen(std::string_view bytes) {
-    std::u16string units(bytes.size(), u'\0');
+Utf16Buffer widen(std::string_view bytes) {
+    Utf16Buffer units(bytes.size(), u'\0');
     std::transform(bytes.begin(), bytes.end(), units.begin(),
                    [](char byte) { return static_cast<u8>(byte); });
     return units;
@@ -19,7 +19,7 @@ std::u16string widen(std::string_view bytes) {
 }  // namespace
 
 Ref<String> String::create(std::u16string_view units) {
-    return makeRef<String>(std::u16string(units));
+    return makeRef<String>(Utf16Buffer(units));
 }
 
 Ref<String> String::from8(std::string_view bytes) {
@@ -27,7 +27,7 @@ Ref<String> String::from8(std::string_view bytes) {
 }
 
 Ref<String> String::from32(std::u32string_view codePoints) {
-    std::u16string units;
+    Utf16Buffer units;
     units.reserve(codePoints.size());
     for (const char32_t codePoint : codePoints)
         appendCodePoint(units, codePoint > 0x10FFFF ? char32_t{REPLACEMENT} : codePoint);
@@ -35,7 +35,7 @@ Ref<String> String::from32(std::u32string_view codePoints) {
 }
 
 Ref<String> String::fromUtf8(std::string_view utf8) {
-    std::u16string units;
+    Utf16Buffer units;
     units.reserve(utf8.size());
     Utf8Decoder decoder;
     decoder.feed(utf8, units);
@@ -49,14 +49,14 @@ Ref<String> String::sub(u64 from, u64 count) const {
 }
 
 Ref<String> String::concat(const Ref<String>& tail) const {
-    std::u16string units;
+    Utf16Buffer units;
     units.reserve(_units.size() + tail->_units.size());
     units.append(_units).append(tail->_units);
     return makeRef<String>(std::move(units));
 }
 
 Ref<String> String::upper() const {
-    std::u16string units(_units.size(), u'\0');
+    Utf16Buffer units(_units.size(), u'\0');
     std::transform(_units.begin(), _units.end(), units.begin(), upperUnit);
     return makeRef<String>(std::move(units));
 }
@@ -78,16 +78,20 @@ bool String::equalUpper(const Ref<String>& other) const {
     return length() == other->length() && compareUpper(other) == 0;
 }
 
-std::string String::toUtf8() const {
+// The strings of the standard library throw where ours end the process.
+
+std::string String::toUtf8() const try {
     std::string bytes;
     bytes.reserve(_units.size());
     Utf8Encoder encoder;
     encoder.feed(_units, bytes);
     encoder.finish(bytes);
     return bytes;
+} catch (const std::bad_alloc&) {
+    outOfMemory();
 }
 
-std::u32string String::to32() const {
+std::u32string String::to32() const try {
     std::u32string codePoints;
     codePoints.reserve(_units.size());
     for (u64 i = 0; i < length(); ++i) {
@@ -98,13 +102,17 @@ std::u32string String::to32() const {
             codePoints.push_back(unit);
     }
     return codePoints;
+} catch (const std::bad_alloc&) {
+    outOfMemory();
 }
 
-std::string String::to8() const {
+std::string String::to8() const try {
     std::string bytes(_units.size(), '\0');
     std::transform(_units.begin(), _units.end(), bytes.begin(),
                    [](char16_t unit) { return static_cast<char>(unit > 0xFF ? u'?' : unit); });
     return bytes;
+} catch (const std::bad_alloc&) {
+    outOfMemory();
 }
 
 }  // namespace Platform

@@ -15,7 +15,7 @@ class PLATFORM_API String final : public Object {
 
     static Ref<String> create(std::u16string_view units = {});
     /// The same, taking over the units instead of copying them.
-    static Ref<String> take(std::u16string units) { return makeRef<String>(std::move(units)); }
+    static Ref<String> take(Utf16Buffer units) { return makeRef<String>(std::move(units)); }
     /// One unit a byte: byte value = code point (ISO 8859-1).
     static Ref<String> from8(std::string_view bytes);
     /// Code points above U+FFFF become surrogate pairs, surrogate code points lone surrogates, and values
@@ -61,9 +61,9 @@ class PLATFORM_API String final : public Object {
  private:
     template <typename T, typename... Args>
     friend Ref<T> makeRef(Args&&... args);
-    explicit String(std::u16string units) : _units(std::move(units)) {}
+    explicit String(Utf16Buffer units) : _units(std::move(units)) {}
 
-    const std::u16string _units;
+    const Utf16Buffer _units;
 };
 
 }  // namespace Platform

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <string>
 #include <string_view>
 #include <utility>
 
-#include "platform/system/types.h"
+#include "platform/system/heap.h"
 
 /// UTF-8 to and from UTF-16 units, in pieces of any size: sequences and surrogate pairs may be cut anywhere
 /// between two calls. Internal to the platform.
@@ -19,7 +18,7 @@ constexpr bool isLowSurrogate(char16_t unit) {
     return (unit & 0xFC00) == 0xDC00;
 }
 
-inline void appendCodePoint(std::u16string& out, char32_t codePoint) {
+inline void appendCodePoint(Utf16Buffer& out, char32_t codePoint) {
     if (codePoint < 0x10000) {
         out.push_back(static_cast<char16_t>(codePoint));
         return;
@@ -32,10 +31,10 @@ inline void appendCodePoint(std::u16string& out, char32_t codePoint) {
 /// becomes one U+FFFD, and so does every byte that cannot begin a sequence.
 class Utf8Decoder {
  public:
-    void feed(std::string_view bytes, std::u16string& out) {
+    void feed(std::string_view bytes, Utf16Buffer& out) {
         for (const char byte : bytes) feed(static_cast<u8>(byte), out);
     }
-    void feed(u8 byte, std::u16string& out) {
+    void feed(u8 byte, Utf16Buffer& out) {
         if (_missing != 0) {
             if (byte >= _lowest && byte <= _highest) return next(byte, out);
             malformed(out);
@@ -46,19 +45,19 @@ class Utf8Decoder {
             start(byte, out);
     }
     /// The end of the text: a sequence cut there is malformed.
-    void finish(std::u16string& out) {
+    void finish(Utf16Buffer& out) {
         if (_missing != 0) malformed(out);
     }
     /// Whether nothing malformed came so far; a sequence still open counts as well-formed.
     bool wellFormed() const { return _wellFormed; }
 
  private:
-    void malformed(std::u16string& out) {
+    void malformed(Utf16Buffer& out) {
         _missing = 0;
         _wellFormed = false;
         out.push_back(REPLACEMENT);
     }
-    void start(u8 byte, std::u16string& out) {
+    void start(u8 byte, Utf16Buffer& out) {
         if (byte < 0xC2 || byte > 0xF4) return malformed(out);
         _missing = byte < 0xE0 ? 1 : byte < 0xF0 ? 2 : 3;
         _codePoint = byte & (0x3FU >> _missing);
@@ -66,7 +65,7 @@ class Utf8Decoder {
         _lowest = byte == 0xE0 ? 0xA0 : byte == 0xF0 ? 0x90 : 0x80;
         _highest = byte == 0xED ? 0x9F : byte == 0xF4 ? 0x8F : 0xBF;
     }
-    void next(u8 byte, std::u16string& out) {
+    void next(u8 byte, Utf16Buffer& out) {
         _codePoint = _codePoint << 6 | (byte & 0x3FU);
         _lowest = 0x80;
         _highest = 0xBF;
@@ -80,13 +79,15 @@ class Utf8Decoder {
     bool _wellFormed = true;
 };
 
-/// Turns units into well-formed UTF-8; a lone surrogate becomes U+FFFD.
+/// Turns units into well-formed UTF-8; a lone surrogate becomes U+FFFD. `Out` is any string of bytes.
 class Utf8Encoder {
  public:
-    void feed(std::u16string_view units, std::string& out) {
+    template <typename Out>
+    void feed(std::u16string_view units, Out& out) {
         for (const char16_t unit : units) feed(unit, out);
     }
-    void feed(char16_t unit, std::string& out) {
+    template <typename Out>
+    void feed(char16_t unit, Out& out) {
         if (_high != 0) {
             const char16_t high = std::exchange(_high, u'\0');
             if (isLowSurrogate(unit)) return put(0x10000 + ((high & 0x3FFU) << 10) + (unit & 0x3FFU), out);
@@ -100,12 +101,14 @@ class Utf8Encoder {
             put(isLowSurrogate(unit) ? REPLACEMENT : unit, out);
     }
     /// The end of the text: an open high surrogate has stayed alone.
-    void finish(std::string& out) {
+    template <typename Out>
+    void finish(Out& out) {
         if (std::exchange(_high, u'\0') != 0) put(REPLACEMENT, out);
     }
 
  private:
-    static void put(u32 codePoint, std::string& out) {
+    template <typename Out>
+    static void put(u32 codePoint, Out& out) {
         const auto byte = [&out](u32 value) { out.push_back(static_cast<char>(value)); };
         const auto tail = [&](u32 shift) { byte(0x80 | (codePoint >> shift & 0x3F)); };
         if (codePoint < 0x800) {

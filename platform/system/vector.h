@@ -1,6 +1,5 @@
 #pragma once
 
-#include "platform/system/heap.h"
 #include "platform/system/object.h"
 
 namespace Platform {

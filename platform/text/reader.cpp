@@ -32,7 +32,7 @@ constexpr Mark MARKS[] = {
 bool looksLikeUtf8(std::string_view head) {
     if (head.empty() || head.find('\0') != std::string_view::npos) return false;
     Utf8Decoder decoder;
-    std::u16string ignored;
+    Utf16Buffer ignored;
     decoder.feed(head, ignored);
     return decoder.wellFormed();
 }
@@ -67,12 +67,12 @@ class ReaderObj final : public Object, public Reader {
     const Ref<Stripe> _stripe;
     Encoding _encoding;
     bool _begun = false;
-    bool _ended = false;    // the stripe has no more
-    u32 _error = 0;         // why it has no more, 0 for the end of the text
-    u64 _delivered = 0;     // units handed out
-    u64 _unitsPos = 0;      // first unit of _units not handed out
-    std::u16string _units;  // decoded
-    std::string _bytes;     // the block being decoded
+    bool _ended = false;  // the stripe has no more
+    u32 _error = 0;       // why it has no more, 0 for the end of the text
+    u64 _delivered = 0;   // units handed out
+    u64 _unitsPos = 0;    // first unit of _units not handed out
+    Utf16Buffer _units;   // decoded
+    CharBuffer _bytes;    // the block being decoded
     Utf8Decoder _utf8;
 };
 

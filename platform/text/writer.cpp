@@ -49,7 +49,7 @@ class WriterObj final : public Object, public Writer {
     const Encoding _encoding;
     u64 _written = 0;
     Utf8Encoder _utf8;
-    std::string _bytes;
+    CharBuffer _bytes;
 };
 
 WriterObj::~WriterObj() {
@@ -64,7 +64,7 @@ u64 WriterObj::write(ShPtr source, u64 count, u32) {
         Error::set(Error::nullArgument);
         return 0;
     }
-    std::u16string units;
+    Utf16Buffer units;
     for (u64 done = 0; done < count;) {
         const u64 now = std::min(CHUNK_UNITS, count - done);
         const u8* const chunk = from + done * sizeof(char16_t);

@@ -1,5 +1,7 @@
 #include "regfile/salvage/salvage.h"
 
+#include <new>
+
 #include "regfile/salvage/salvageroot.h"
 #include "regfile/salvage/salvagewalk.h"
 #include "regfile/util.h"
@@ -9,7 +11,7 @@ namespace Libraries::Files::Hive {
 bool Salvage::exportRegFile(const Ref<Interfaces::Stripe>& hive, HiveFile::HiveCodepage codepage,
                             const Array<Ref<String>>& names, const Ref<Interfaces::Stripe>& target,
                             const Ref<String>& prefix, RegFileUtil::ExportOptions options, const Sink& sink,
-                            SalvageCounts& counts) {
+                            SalvageCounts& counts) try {
     counts = {};
     if (!hive || !target || !prefix || !sink) return ErrorCode::fail(ErrorCode::nullArgument);
     if (hive->elementSize() != 1) return ErrorCode::fail(ErrorCode::wrongElementSize);
@@ -31,6 +33,8 @@ bool Salvage::exportRegFile(const Ref<Interfaces::Stripe>& hive, HiveFile::HiveC
     std::u16string path(Util::regPathToWindowsStyle(prefix)->view());
     walk.run(std::move(*key), path + u'\\', text);
     return finishRegFileText(out, nullptr);
+} catch (const std::bad_alloc&) {  // of a container of the standard library
+    outOfMemory();
 }
 
 }  // namespace Libraries::Files::Hive
