@@ -1,5 +1,6 @@
 #include "regfile/regfileimporthandler.h"
 
+#include "hive/errorcodes.h"
 #include "hive/hivelog.h"
 #include "platform/iochar/stringutil.h"
 #include "regfile/hexdata.h"
@@ -33,18 +34,19 @@ bool RegFileImportHandler::begin(Ref<RefCount>) {
 
 Ref<String> RegFileImportHandler::where() const {
     if (!_source || _source->line() == 0) return String::create();
-    return String::from8("line " + StrConv::str(_source->line(), 10)->to8() + ": ");
+    return StringUtil::joined({u"line ", StrConv::str(_source->line(), 10)->view(), u": "});
 }
 
 /// A piece as text: numbers as the log writes them, or for readers of the printer's line.
 Ref<String> RegFileImportHandler::textOf(const Piece& piece) const {
-    std::string text = piece.text;
+    Ref<String> head = String::from8(piece.text);
     if (piece.number) {
-        const std::string hexadecimal = StrConv::str(*piece.number, 16)->to8();
-        text += _errorPrinter ? "0x" + hexadecimal
-                              : hexadecimal + "h (" + StrConv::str(*piece.number, 10)->to8() + ")";
+        const Ref<String> hexadecimal = StrConv::str(*piece.number, 16);
+        const Ref<String> decimal = StrConv::str(*piece.number, 10);
+        head = head->concat(_errorPrinter
+                                ? StringUtil::joined({u"0x", hexadecimal->view()})
+                                : StringUtil::joined({hexadecimal->view(), u"h (", decimal->view(), u")"}));
     }
-    const Ref<String> head = String::from8(text);
     return piece.subject ? head->concat(piece.subject) : head;
 }
 
@@ -141,7 +143,9 @@ bool RegFileImportHandler::deleteSection(const Ref<String>& path) {
     for (const Ref<String>& name : *names) {
         parent = key;
         key = parent->key(name);
-        if (!key) return true;
+        if (key) continue;
+        // A list that cannot be read must not pass for one without the key.
+        return Error::get() == ErrorCode::noSuchKey || failWithCode("Failed to delete key: ", path);
     }
     if (!Util::recursiveKeyDelete(parent, key, &_counts.keysDeleted))
         return failWithCode("Failed to delete key: ", path);
@@ -160,6 +164,8 @@ bool RegFileImportHandler::value(Ref<String> name, Ref<String> data) {
     if (data->isEmpty()) return fail({{"Found empty value in regfile, name = ", name}}, {});
     if (data->equal(u"-")) {
         const Ref<Value> old = _current->value(name);
+        if (!old && Error::get() != ErrorCode::noSuchValue)
+            return fail({{"Failed to remove old value: ", name}}, {});
         if (!old) return true;
         _counts.valuesDeleted += _current->deleteValue(old);
         _listUnsettled = true;

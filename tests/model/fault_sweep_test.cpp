@@ -1,220 +1,185 @@
-#include <functional>
-#include <map>
+// Every call of the store and every allocation of a script fails in turn.
 
-#include "tests/hive/openedhive.h"
-#include "tests/support/failingstripe.h"
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <iostream>
+
+#include "tests/model/faultscripts.h"
 #include "tests/support/hivecheck.h"
-#include "tests/support/logcapture.h"
 
 namespace {
 
 using namespace HiveTest;  // NOLINT
-using Interfaces::ShPtr;
-using Platform::makeRef;
-using Platform::refCast;
-
-using Content = std::map<std::u16string, std::vector<u8>>;  // values of a key
-
-/// More value data than the cache holds, so that it is emptied again and again, in every storage form; the
-/// class name keeps all cells away from the start, where they count as shorter than they are.
-KeyPlan plan() {
-    KeyPlan changed{.name = u"changed"}, kept{.name = u"kept"};
-    const u32 sizes[] = {0, 3, 100, 5000, 16344, 32688, 49032};
-    for (KeyPlan* key : {&changed, &kept})
-        for (u32 i = 0; i < std::size(sizes); ++i)
-            key->values.push_back(
-                {.name = {u'v', static_cast<char16_t>(u'0' + i)}, .data = patternBytes(sizes[i], i + 10)});
-    for (u32 i = 0; i < 6; ++i)
-        kept.values.push_back(
-            {.name = {u'l', static_cast<char16_t>(u'0' + i)}, .data = patternBytes(190000, i)});
-    return {.keys = {changed, kept}, .className = std::u16string(32000, u'c')};
-}
-
-std::vector<u8> startFile(u32 minor) {
-    HiveBuilder builder(minor);
-    builder.setHbinSize(200704);
-    builder.build(plan());
-    return builder.finish();
-}
-
-Content contentOf(const KeyPlan& key) {
-    Content content;
-    for (const ValuePlan& value : key.values) content[value.name] = value.data;
-    return content;
-}
-
-/// One hive under change, and what its two keys must hold. A value whose operation failed may hold anything.
-struct Session {
-    Session(const std::vector<u8>& file, u32 openMode)
-        : mode(openMode), store(makeRef<MemoryStripe>(file)), failing(makeRef<FailingStripe>(store)) {
-        open();
-    }
-    void open() { hive = makeRef<RegistryHiveObj>(failing, mode, HiveFile::hiveCodepageLatin1, nullptr); }
-    Ref<Key> key(std::u16string_view name) { return hive->path(text(name)); }
-
-    /// Runs an operation on a value of the key "changed"; what is expected follows its report.
-    void apply(const std::u16string& name, std::vector<u8> data, const std::function<bool(Key&)>& operation,
-               bool stays = true) {
-        const u64 before = failing->failures();
-        if (spoilt.count(name)) return;
-        const bool done = held && operation(*held);
-        // Without a failure underneath no operation may fail.
-        EXPECT_TRUE(done || failing->failures() > before) << utf8(text(name));
-        failures += !done;
-        if (done && failing->failures() == before) {
-            changed.erase(name);
-            if (stays) changed[name] = std::move(data);
-            return;
-        }
-        spoilt.insert({name, {}});
-        changed.erase(name);
-    }
-
-    const u32 mode;
-    Ref<MemoryStripe> store;
-    Ref<FailingStripe> failing;
-    Ref<RegistryHiveObj> hive;
-    Ref<Key> held;  // "changed"; its list in memory stays right where the one on disk does not
-    Content changed = contentOf(plan().keys[0]), kept = contentOf(plan().keys[1]), spoilt;
-    u32 failures = 0;
-};
-
-bool put(Key& key, std::u16string_view name, const std::vector<u8>& data) {
-    const auto value = key.value(text(name));
-    const u32 size = static_cast<u32>(data.size());
-    return value && value->size(size) == size && value->write(ShPtr::fromConst(data.data()), 0, size) == size;
-}
-
-/// Every kind of change, with the cache emptied in between.
-void script(Session& session) {
-    session.held = session.key(u"changed");
-    if (!session.held) {  // a hive without a root is of no more use
-        session.open();
-        session.held = session.key(u"changed");
-    }
-    const auto resize = [&](std::u16string_view name, u32 size) {
-        const auto data = patternBytes(size, size);
-        session.apply(std::u16string(name), data, [&](Key& key) { return put(key, name, data); });
-    };
-    const auto churn = [&](char16_t which) {
-        const auto value =
-            session.key(u"kept") ? session.key(u"kept")->value(text(std::u16string{u'l', which})) : nullptr;
-        std::vector<u8> data(190000);
-        if (value) value->read(ShPtr(data.data()), 0, 190000);
-    };
-    const auto create = [&](const std::u16string& name) {
-        session.apply(name, patternBytes(8), [&](Key& key) {
-            return key.createValue(text(name), Value::valueQword) && put(key, name, patternBytes(8));
-        });
-    };
-    create(u"new");
-    resize(u"v0", 100);
-    for (const char16_t which : u"0123") churn(which);
-    resize(u"v1", 20000);
-    resize(u"v2", 2);
-    resize(u"v3", 16345);
-    for (const char16_t which : u"45") churn(which);
-    resize(u"v5", 300);
-    resize(u"v6", 60000);
-    session.hive->flush();
-    session.apply(
-        u"v4", {}, [](Key& key) { return key.deleteValue(key.value(text(u"v4"))); }, false);
-    for (const char16_t which : u"0123") churn(which);
-    const auto moved = session.changed.count(u"v1") ? session.changed[u"v1"] : std::vector<u8>();
-    const bool sound = !session.spoilt.count(u"v1");
-    session.apply(
-        u"v1", {}, [&](Key& key) { return sound && key.move(key.value(text(u"v1")), text(u"long name")); },
-        false);
-    if (sound && !session.spoilt.count(u"v1")) session.changed[u"long name"] = moved;
-    create(u"another");
-    session.hive->flush();
-}
-
-void expectContent(const Ref<Key>& key, const Content& content, const std::string& when) {
-    ASSERT_TRUE(key) << when;
-    for (const auto& [name, wanted] : content) {
-        const auto value = key->value(text(name));
-        ASSERT_TRUE(value) << when << ": " << utf8(text(name));
-        std::vector<u8> data(value->size());
-        data.resize(value->read(ShPtr(data.data()), 0, value->size()));
-        EXPECT_TRUE(data == wanted) << when << ": " << utf8(text(name)) << " of " << data.size();
-    }
-}
+using Platform::Heap;
 
 struct Case {
-    u32 minor, mode, kind;
+    u32 script, minor;
 };
-
-class FaultSweep : public testing::TestWithParam<Case> {};
-
-TEST_P(FaultSweep, EverySingleFailureLeavesTheRestIntact) {
-    const auto [minor, mode, kind] = GetParam();
-    const std::vector<u8> file = startFile(minor);
-    ASSERT_EQ(hiveFaults(file), std::vector<std::string>());
-    Session clean(file, mode);
-    clean.failing->count(kind);
-    script(clean);
-    const u64 operations = clean.failing->operations();
-    ASSERT_EQ(clean.failures, 0u);
-    clean.held.reset();
-    clean.hive.reset();
-    EXPECT_EQ(hiveFaults(clean.store->bytes()), std::vector<std::string>());
-
-    for (u64 index = 0; index < operations && !HasFailure(); ++index) {
-        SCOPED_TRACE(testing::Message() << "call " << index << " of " << operations);
-        LogCapture log;
-        Session session(file, mode);
-        session.failing->failAt(index, kind);
-        script(session);
-        EXPECT_EQ(session.failing->failures(), 1u);
-        expectContent(session.held, session.changed, "now");
-        expectContent(session.key(u"kept"), session.kept, "now");
-        EXPECT_TRUE(session.held->createValue(text(u"later"), Value::valueQword));
-        EXPECT_TRUE(session.hive->flush());
-        session.held.reset();
-        session.open();
-        expectContent(session.key(u"kept"), session.kept, "reopened");
-        if (HasFailure()) std::cerr << log.text();
-    }
-}
 
 std::vector<Case> cases() {
     std::vector<Case> all;
-    for (const u32 minor : {3u, 5u})
-        for (const u32 mode : {0u, u32{HiveFile::modeWriteThrough}})
-            for (u32 kind = FailingStripe::seeks; kind <= FailingStripe::resizes; kind *= 2)
-                all.push_back({minor, mode, kind});
+    for (u32 script = 0; script < std::size(faultScripts); ++script)
+        for (const u32 minor : {3u, 5u}) all.push_back({script, minor});
     return all;
 }
 
-INSTANTIATE_TEST_SUITE_P(All, FaultSweep, testing::ValuesIn(cases()), [](const auto& test) {
-    const Case& c = test.param;
-    return "V1" + std::to_string(c.minor) + (c.mode ? "ThroughKind" : "BufferedKind") +
-           std::to_string(c.kind);
-});
+std::string nameOf(const testing::TestParamInfo<Case>& test) {
+    return faultScripts[test.param.script].name + std::string("V1") + std::to_string(test.param.minor);
+}
+
+constexpr u32 modes[] = {HiveFile::modeReadWrite, HiveFile::modeWriteThrough};
+
+class FaultSweep : public testing::TestWithParam<Case> {
+ protected:
+    const FaultScript& script = faultScripts[GetParam().script];
+    const std::vector<u8> file = faultStart(GetParam().minor);
+
+    void SetUp() override { ASSERT_EQ(hiveFaults(file), std::vector<std::string>()); }
+};
+
+/// What must hold after any one failure: what was not touched, now and for the next who opens the file; what
+/// succeeded; and that the hive goes on working.
+void expectIntact(FaultSession& session, bool lasts) {
+    session.checkExpected("now");
+    session.checkKept("now");
+    EXPECT_TRUE(!session.held || session.held->createValue(text(u"later"), Value::valueQword));
+    EXPECT_TRUE(session.hive->flush());
+    session.close();
+    session.open();
+    session.checkKept("reopened");
+    if (lasts) session.checkExpected("reopened");
+}
+
+/// How far the failures lie apart: `most` of them spread evenly, or with HIVE_FAULTS=all every one.
+u64 stepFor(u64 calls, u64 most) {
+    const char* const setting = std::getenv("HIVE_FAULTS");
+    return setting && std::string_view(setting) == "all" ? 1 : calls / most + 1;
+}
+
+TEST_P(FaultSweep, EverySingleCallOfTheStore) {
+    u64 injected = 0;
+    for (const u32 mode : modes)
+        for (u32 kind = FailingStripe::seeks; kind <= FailingStripe::resizes; kind *= 2) {
+            FaultSession clean(file, mode);
+            clean.failing->count(kind);
+            script.run(clean);
+            const u64 calls = clean.failing->operations();
+            clean.checkExpected("undisturbed");
+            clean.close();
+            ASSERT_EQ(hiveFaults(clean.store->bytes()), std::vector<std::string>());
+            const u64 step = stepFor(calls, 20);
+            for (u64 call = kind % step; call < calls && !HasFailure(); call += step, ++injected) {
+                SCOPED_TRACE(testing::Message()
+                             << "mode " << mode << ", kind " << kind << ", call " << call << " of " << calls);
+                LogCapture log;
+                FaultSession session(file, mode);
+                session.failing->failAt(call, kind);
+                script.run(session);
+                EXPECT_EQ(session.failing->failures(), 1u);
+                expectIntact(session, script.lasts);
+                if (HasFailure()) std::cerr << log.text();
+            }
+        }
+    std::cout << "injected " << injected << " failures of the store\n";
+}
+
+/// Runs in a child process: the one allocation fails, and those behind it too when `lasting`.
+[[noreturn]] void runWithoutMemory(FaultSession& session, const FaultScript& script, u64 call, bool lasting,
+                                   int output) {
+    dup2(output, STDOUT_FILENO);
+    session.memoryFails = true;
+    Heap::failAt(call, lasting);
+    script.run(session);
+    Heap::failAt(0);
+    expectIntact(session, script.lasts);
+    session.close();
+    std::exit(testing::Test::HasFailure() ? 2 : 0);  // leaks are looked for on the way out
+}
+
+struct Ending {
+    int status = 0;
+    std::string output;
+};
+
+template <typename Child>
+Ending inChild(Child child) {
+    int ends[2];
+    if (pipe(ends) != 0) throw std::runtime_error("no pipe");
+    const pid_t id = fork();
+    if (id == 0) child(ends[1]);
+    close(ends[1]);
+    Ending ending;
+    char buffer[4096];
+    for (ssize_t got = 0; (got = read(ends[0], buffer, sizeof buffer)) > 0;)
+        ending.output.append(buffer, static_cast<std::size_t>(got));
+    close(ends[0]);
+    waitpid(id, &ending.status, 0);
+    return ending;
+}
+
+u64 allocationsOf(const FaultScript& script, const std::vector<u8>& file, u32 mode) {
+    constexpr u64 many = u64{1} << 40;
+    FaultSession session(file, mode);
+    Heap::failAt(many);
+    script.run(session);
+    const u64 calls = many - Heap::callsToFailure();
+    Heap::failAt(0);
+    return calls;
+}
+
+TEST_P(FaultSweep, EveryAllocation) {
+    u64 ended = 0, failed = 0;
+    for (const u32 mode : modes) {
+        const u64 calls = allocationsOf(script, file, mode);
+        const u64 step = stepFor(calls, 40);
+        for (u64 call = 1 + GetParam().minor % step; call <= calls && !HasFailure(); call += step) {
+            const bool lasting = (call / step) % 4 == 0;
+            SCOPED_TRACE(testing::Message() << "mode " << mode << ", allocation " << call << " of " << calls);
+            FaultSession session(file, mode);
+            const Ending ending =
+                inChild([&](int output) { runWithoutMemory(session, script, call, lasting, output); });
+            if (WIFEXITED(ending.status) && WEXITSTATUS(ending.status) == 1) {
+                EXPECT_EQ(ending.output, "out of memory");
+                ++ended;
+            } else {
+                EXPECT_EQ(ending.status, 0) << ending.output;
+                ++failed;
+            }
+            session.close();  // it has nothing to write
+            session.open();
+            session.checkKept("after the process");
+        }
+    }
+    std::cout << "injected " << ended + failed << " failures of memory: " << ended << " ended the process, "
+              << failed << " were reported\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FaultSweep, testing::ValuesIn(cases()), nameOf);
 
 TEST(FullStore, RefusesToGrowAndKeepsWhatThereIs) {
     for (const u32 minor : {3u, 5u})
-        for (const u32 mode : {0u, u32{HiveFile::modeWriteThrough}}) {
-            Session session(startFile(minor), mode);
+        for (const u32 mode : modes) {
+            FaultSession session(faultStart(minor), mode);
             session.store->setMaxElementCount(session.store->bytes().size());
-            Ref<Key> key = session.key(u"changed");
+            session.held = session.key(u"changed");
             for (const u32 size : {1000000u, 900000u}) {
                 Platform::Error::set(0);
-                EXPECT_FALSE(put(*key, u"v3", patternBytes(size)));
+                EXPECT_NE(session.held->value(text(u"v3"))->size(size), size);
                 EXPECT_EQ(Platform::Error::get(), ErrorCode::allocationFailed);
-                EXPECT_EQ(key->value(text(u"v3"))->size(), 5000u);
+                EXPECT_EQ(session.held->value(text(u"v3"))->size(), 5000u);
             }
             u32 number = 0;  // until the last cell is taken
-            while (key->createValue(
+            while (session.held->createValue(
                 text(std::u16string(200, u'n') + static_cast<char16_t>(0x4E00 + ++number)), Value::valueNone))
                 ASSERT_LT(number, 5000u);
             EXPECT_EQ(Platform::Error::get(), ErrorCode::allocationFailed);
-            key.reset();
             EXPECT_TRUE(session.hive->flush());
+            session.close();
             session.open();
-            expectContent(session.key(u"changed"), session.changed, "reopened");
-            expectContent(session.key(u"kept"), session.kept, "reopened");
+            session.checkKept("reopened");
+            EXPECT_EQ(session.key(u"changed")->value(text(u"v3"))->size(), 5000u);
         }
 }
 
