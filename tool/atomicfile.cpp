@@ -1,10 +1,13 @@
 #include "tool/atomicfile.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -14,12 +17,15 @@
 #include <vector>
 
 #include "tool/errortext.h"
-#include "tool/failure.h"
 #include "tool/visible.h"
 
 namespace HiveCtl {
 
 namespace {
+
+constexpr std::string_view COPY_MARK = ".hivectl-";
+constexpr std::string_view COPY_NUMBER = "XXXXXX";  // as mkostemp fills it in
+constexpr int MAX_TRIES = 100;
 
 constexpr std::array deadlySignals = {SIGINT, SIGTERM, SIGHUP};
 
@@ -61,6 +67,37 @@ std::string directoryOf(const std::string& path) {
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+/// The path with symbolic links resolved, as far as that can be done.
+std::string resolved(const std::string& path) {
+    std::error_code failed;
+    const std::filesystem::path target = std::filesystem::weakly_canonical(path, failed);
+    return failed ? path : target.string();
+}
+
+/// Whether a file of this name is a temporary one of `target`; both without their directory.
+bool isCopyName(std::string_view name, std::string_view target) {
+    if (name.size() != target.size() + COPY_MARK.size() + COPY_NUMBER.size() || !name.starts_with(target) ||
+        !name.substr(target.size()).starts_with(COPY_MARK))
+        return false;
+    name.remove_prefix(target.size() + COPY_MARK.size());
+    return std::ranges::all_of(name, [](unsigned char c) { return std::isalnum(c) != 0; });
+}
+
+/// Removes a temporary file whose maker lives no more: nobody has it locked. While we have the lock the name
+/// stays this file's, since whoever else would take it away needs the lock as well.
+void removeUnlessLocked(const char* path) {
+    constexpr int flags = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    int fd = ::open(path, O_RDWR | flags);  // network file systems want it writable for the lock
+    if (fd < 0) fd = ::open(path, O_RDONLY | flags);
+    if (fd < 0) return;
+    struct stat opened {};
+    struct stat named {};
+    if (::fstat(fd, &opened) == 0 && S_ISREG(opened.st_mode) && ::flock(fd, LOCK_EX | LOCK_NB) == 0 &&
+        ::lstat(path, &named) == 0 && isSame(opened, named))
+        ::unlink(path);
+    ::close(fd);
+}
+
 }  // namespace
 
 AtomicFile::AtomicFile(const std::string& path, bool keepContents) : _target(path) {
@@ -75,9 +112,7 @@ AtomicFile::AtomicFile(const std::string& path, bool keepContents) : _target(pat
         openDirectly(path, isOutput);
         return;
     }
-    std::error_code ignored;
-    const std::filesystem::path resolved = std::filesystem::weakly_canonical(path, ignored);
-    if (!ignored) _target = resolved.string();
+    _target = resolved(path);
     openTemporary(keepContents);
 }
 
@@ -92,18 +127,67 @@ void AtomicFile::openDirectly(const std::string& path, bool isOutput) {
     _stripe = makeRef<FdStripe>(_fd);
 }
 
+void AtomicFile::removeStale(const std::string& path) {
+    const std::filesystem::path target = resolved(path);
+    std::error_code failed;
+    for (std::filesystem::directory_iterator files(directoryOf(target.string()), failed), end;
+         !failed && files != end; files.increment(failed))
+        if (isCopyName(files->path().filename().string(), target.filename().string()))
+            removeUnlessLocked(files->path().c_str());
+}
+
 void AtomicFile::openTemporary(bool keepContents) {
-    std::string name = _target + ".XXXXXX";
-    _fd = ::mkostemp(name.data(), O_CLOEXEC);
-    if (_fd < 0) fail("cannot make a temporary file in " + visible(directoryOf(_target)) + " for", errno);
-    _temporary = name;
-    removeOnSignal(_temporary.c_str());
+    removeStale(_target);
+    for (int tries = 1; !makeLocked(); ++tries) {
+        discard();
+        if (tries == MAX_TRIES) fail("cannot keep a temporary file for", EBUSY);
+    }
     struct stat old {};
     if (::stat(_target.c_str(), &old) == 0)
         takeOldAttributes(old);
     else
         ::fchmod(_fd, newFileMode());
     _stripe = makeRef<FdStripe>(_fd, keepContents ? copyOldContents() : 0);
+}
+
+/// Makes the temporary file. Until it is locked another run may take it for one that was left behind; false
+/// when that has happened.
+bool AtomicFile::makeLocked() {
+    std::string name = _target + std::string(COPY_MARK) + std::string(COPY_NUMBER);
+    _fd = ::mkostemp(name.data(), O_CLOEXEC);
+    if (_fd < 0) fail("cannot make a temporary file in " + visible(directoryOf(_target)) + " for", errno);
+    _temporary = name;
+    removeOnSignal(_temporary.c_str());
+    const Ref<String> path = String::fromUtf8(name);
+    if (path->toUtf8() == name) {
+        _locked = File::open(path, File::readWriteExisting);
+        _lockError = _locked ? 0 : Error::get();
+    } else {  // nothing that a hive could be read from, but export text can be written to it
+        _lockError =
+            Error::systemBase + static_cast<u32>(::flock(_fd, LOCK_EX | LOCK_NB) == 0 ? EILSEQ : errno);
+    }
+    return _lockError != Error::systemBase + EWOULDBLOCK && isThere();
+}
+
+bool AtomicFile::isThere() const {
+    struct stat opened {};
+    struct stat named {};
+    return ::fstat(_fd, &opened) == 0 && ::lstat(_temporary.c_str(), &named) == 0 && isSame(opened, named);
+}
+
+Ref<Interfaces::Stripe> AtomicFile::store() {
+    if (!_locked) fail("cannot lock a temporary file for", static_cast<int>(_lockError - Error::systemBase));
+    if (!_store) _store = makeRef<WatchedStore>(_locked);
+    return _store;
+}
+
+Failure AtomicFile::explained(const Failure& failure) const {
+    const u32 code = _store ? _store->failure() : 0;
+    if (code <= Error::systemBase || !*failure.what()) return failure;
+    const std::string reason = systemErrorText(static_cast<int>(code - Error::systemBase));
+    const std::string text = failure.what();
+    return text.find(reason) == std::string::npos ? Failure(text + "; " + reason, failure.exitCode())
+                                                  : failure;
 }
 
 /// Where the owner cannot be kept (we are somebody else) the new file is ours, as with any other program.
@@ -183,18 +267,24 @@ void AtomicFile::finish() {
 void AtomicFile::syncDirectory() {
     removeOnSignal(nullptr);
     _temporary.clear();
+    _store.reset();
+    _locked.reset();
     const int directory = ::open(directoryOf(_target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (directory < 0) return;
     ::fsync(directory);
     ::close(directory);
 }
 
+/// The name goes before the lock does.
 void AtomicFile::discard() {
+    if (!_temporary.empty()) {
+        if (_fd < 0 || isThere()) ::unlink(_temporary.c_str());
+        removeOnSignal(nullptr);
+        _temporary.clear();
+    }
+    _store.reset();
+    _locked.reset();
     if (_fd >= 0) ::close(std::exchange(_fd, -1));
-    if (_temporary.empty()) return;
-    ::unlink(_temporary.c_str());
-    removeOnSignal(nullptr);
-    _temporary.clear();
 }
 
 void AtomicFile::fail(const std::string& what, int errnoValue) {

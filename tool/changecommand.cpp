@@ -16,9 +16,13 @@ void ChangeCommand::defineMore(CLI::App& app) {
 
 ExitCode ChangeCommand::execute() {
     WorkingHive working(hiveOptions, inPlace);
-    change(working.hive());
-    working.commit();
-    return exitDone;
+    try {
+        change(working.hive());
+        working.commit();
+        return exitDone;
+    } catch (const Failure& failure) {
+        throw working.explained(failure);
+    }
 }
 
 std::string ChangeCommand::where(const KeyAt& at) const {

@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <exception>
+#include <new>
 #include <sstream>
 
 #include "tool/command.h"
@@ -86,6 +87,9 @@ int reportedRun(int argc, char** argv) {
     } catch (const Failure& failure) {
         if (*failure.what()) complain(failure.what());
         return failure.exitCode();
+    } catch (const std::bad_alloc&) {
+        complain("out of memory");
+        return exitFailed;
     } catch (const std::exception& error) {
         complain(visible(std::string(error.what())));
         return exitFailed;
@@ -106,7 +110,9 @@ void fillStandardDescriptors() {
 }  // namespace HiveCtl
 
 int main(int argc, char** argv) {
+    // What they would end us for is told as a failed write instead.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     HiveCtl::fillStandardDescriptors();
     return HiveCtl::reportedRun(argc, argv);
 }

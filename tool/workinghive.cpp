@@ -3,7 +3,6 @@
 #include "hive/errorcodes.h"
 #include "platform/filesys/file.h"
 #include "tool/errortext.h"
-#include "tool/failure.h"
 #include "tool/visible.h"
 
 namespace HiveCtl {
@@ -32,18 +31,21 @@ WorkingHive::WorkingHive(const HiveOptions& options, bool inPlace) : _options(op
     openHive(options);  // what is wrong with the hive is told before anything is copied
     if (inPlace) {
         _hive = openHive(options, HiveFile::modeReadWrite);
+        AtomicFile::removeStale(options.path);
         return;
     }
     _lock = lockHive(options);
     _copy.emplace(options.path, true);
-    HiveOptions copy = options;
-    copy.path = _copy->temporaryPath();
-    _hive = openHive(copy, HiveFile::modeReadWrite);
+    Error::set(Libraries::Files::Hive::ErrorCode::none);
+    _hive = HiveFile::open(_copy->store(), HiveFile::modeReadWrite | HiveFile::modeLinearFallback,
+                           options.codepage);
+    if (!_hive) throw Failure(openFailure(options, Error::get()));
 }
 
 void WorkingHive::commit() {
     if (!_hive->flush())
         throw Failure("cannot write " + visible(_options.path) + ": " + errorText(Error::get()));
+    if (_copy && !_copy->storeIsWhole()) throw Failure("cannot write " + visible(_options.path));
     _hive.reset();
     if (_copy) _copy->commit();
 }

@@ -19,6 +19,9 @@ class WorkingHive {
     /// Makes the changes durable and puts them in the hive's place. REQUIRES: no key or value of the hive is
     /// held.
     void commit();
+    /// A failure of the change or the commit with the reason why the file could not be written, if that is
+    /// it.
+    Failure explained(const Failure& failure) const { return _copy ? _copy->explained(failure) : failure; }
 
  private:
     const HiveOptions _options;

@@ -54,6 +54,14 @@ class ImportCommand final : public ChangeCommand {
     ExitCode execute() override {
         if (_verbose && hiveOptions.verbosity < 2) showLog(2);
         WorkingHive working(hiveOptions, inPlace);
+        try {
+            return apply(working);
+        } catch (const Failure& failure) {
+            throw working.explained(failure);
+        }
+    }
+
+    ExitCode apply(WorkingHive& working) {
         change(working.hive());
         if (_failure.empty() || _keepPartial || inPlace) working.commit();
         if (_failure.empty()) {

@@ -5,7 +5,6 @@
 #include <CLI/CLI.hpp>
 #include <cerrno>
 
-#include "platform/filesys/file.h"
 #include "tool/atomicfile.h"
 #include "tool/command.h"
 #include "tool/errortext.h"
@@ -15,8 +14,6 @@
 namespace HiveCtl {
 
 namespace {
-
-using Services::Filesystem::Client::File;
 
 class NewCommand final : public HiveCommand {
  private:
@@ -33,12 +30,11 @@ class NewCommand final : public HiveCommand {
         if (::access(hiveOptions.path.c_str(), F_OK) == 0)
             throw Failure(shown + " exists already; name a file that does not");
         AtomicFile file(hiveOptions.path, false);
-        const Ref<File> stripe = File::open(String::fromUtf8(file.temporaryPath()), File::readWriteExisting);
         const Ref<HiveFile> hive =
-            stripe ? HiveFile::create(stripe, _format == "1.3" ? 3 : 5, HiveFile::modeReadWrite,
-                                      hiveOptions.codepage, String::fromUtf8(hiveOptions.path))
-                   : nullptr;
-        if (!hive || !hive->flush()) throw Failure("cannot create " + shown + ": " + errorText(Error::get()));
+            HiveFile::create(file.store(), _format == "1.3" ? 3 : 5, HiveFile::modeReadWrite,
+                             hiveOptions.codepage, String::fromUtf8(hiveOptions.path));
+        if (!hive || !hive->flush())
+            throw file.explained(Failure("cannot create " + shown + ": " + errorText(Error::get())));
         file.commitNew();
         return exitDone;
     }
