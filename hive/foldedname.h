@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <string>
 
 #include "hive/base.h"
 
@@ -36,7 +35,7 @@ class FoldedName {
  private:
     u64 _length;
     std::array<char16_t, 256> _few;  // holds every key name
-    Platform::Utf16Buffer _many;
+    Utf16Buffer _many;
 };
 
 }  // namespace Libraries::Files::Hive
