@@ -273,8 +273,9 @@ u32 RegistryHiveObj::moveRecord(u32 offset, u32 current, u32 wanted, bool copyDa
     HeapBuffer body;
     if (copyData && bodySize) {
         body = heapBuffer(bodySize);
-        const RecordView record = cacheLoadRecord(offset, nullptr, false);
-        if (!body || !record) return INVALID_RECORD;
+        if (!body) Error::set(ErrorCode::allocationFailed);
+        const RecordView record = body ? cacheLoadRecord(offset, nullptr, false) : RecordView();
+        if (!record) return INVALID_RECORD;
         record.copy(body.get(), sizeof(hive_record), bodySize);
     }
     const u32 moved = allocateRecord(wanted, nullptr);

@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 
@@ -106,6 +107,7 @@ struct Ending {
 template <typename Child>
 Ending inChild(Child child) {
     int ends[2];
+    std::fflush(stdout);
     if (pipe(ends) != 0) throw std::runtime_error("no pipe");
     const pid_t id = fork();
     if (id == 0) child(ends[1]);
