@@ -37,7 +37,8 @@ class Hive {
     }
     void reopen() {
         _hive.reset();
-        expectSound(_store->bytes());
+        const std::string fault = faultOf(_store->bytes());
+        expect(fault.empty(), "no " + fault);
         _hive = HiveFile::open(_store, HiveFile::modeReadWrite, HiveFile::hiveCodepageLatin1);
         expect(bool(_hive), "the hive opens again");
     }

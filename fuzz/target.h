@@ -24,8 +24,11 @@ inline void expect(bool holds, const std::string& property) {
     std::abort();
 }
 
-inline void expectSound(const std::vector<u8>& hive) {
-    for (const std::string& fault : HiveTest::hiveFaults(hive)) expect(false, "no " + fault);
+/// The first finding of a hive but for cells that nobody uses; empty when there is none.
+inline std::string faultOf(const std::vector<u8>& hive) {
+    for (const std::string& line : HiveTest::hiveFaults(hive))
+        if (!line.ends_with("nothing refers to")) return line;
+    return {};
 }
 
 /// Takes an input apart; gives zeros behind its end.

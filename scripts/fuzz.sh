@@ -13,5 +13,7 @@ trap 'rm -rf "$seeds"' EXIT
 mkdir -p "$corpus"
 build/fuzz/bin/write_seeds "$seeds"
 cp fuzz/regressions/"$target"/* "$seeds/$target" 2>/dev/null || true  # a target may have none
+# Shorter stacks and a smaller quarantine than usual: half as fast again.
+export ASAN_OPTIONS=malloc_context_size=4:quarantine_size_mb=16
 build/fuzz/bin/fuzz_"$target" -max_total_time="$2" -timeout=10 -rss_limit_mb=2048 -max_len="$longest" \
     -dict=fuzz/text.dict -print_final_stats=1 -artifact_prefix="build/fuzz/$target-" "$corpus" "$seeds/$target"

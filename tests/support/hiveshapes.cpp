@@ -65,12 +65,12 @@ std::vector<u8> hiveOf(const Shape& shape) {
 
 std::vector<HiveShape> hiveShapes() {
     std::vector<HiveShape> shapes;
-    for (const Shape& shape : {Shape{"1.3 lf", 3, ListKind::lf, {}, 20000, 4096, 20000},
+    for (const Shape& shape : {Shape{"1.3 lf", 3, ListKind::lf, {}, 5000, 4096, 5000},
                                {"1.3 li", 3, ListKind::li, {}, 700, 8192},
                                {"1.3 ri over li", 3, ListKind::riLi, {1, 16, 23}, 5000},  // lies too low
                                {"1.5 lh", 5, ListKind::lh, {}, 16344, 16384},
-                               {"1.5 ri over lh", 5, ListKind::riLh, {20, 19, 1}, 17000, 4096, 16400},
-                               {"1.5 db list", 5, ListKind::lh, {}, 40000, 4096, 16400},
+                               {"1.5 ri over lh", 5, ListKind::riLh, {20, 19, 1}, 300},
+                               {"1.5 db list", 5, ListKind::lh, {}, 17000, 4096, 16400},
                                {"1.5 wrong lists", 5, ListKind::li, {}, 100}})
         shapes.push_back({shape.name, hiveOf(shape)});
     return shapes;
