@@ -25,7 +25,7 @@ class HIVE_API ValueEdit {
                            const Ref<TVector<Ref<String>>>& texts);
 
     /// Has the key's value list written anew, by adding a value and removing it. Wanted after values of the
-    /// key were deleted or renamed.
+    /// key were deleted or renamed; hold the key object until then, since a new one would read the old list.
     static bool settleList(const Ref<Key>& key);
 };
 
