@@ -92,7 +92,9 @@ class Reading {
 /// open.
 void change(const Ref<Key>& key, u32& left) {
     static const std::vector<u8> data(20000, 'x');
-    const auto newName = String::from8("New");
+    const auto newName = String::from8("New"), longText = String::create(std::u16string(9000, u'x'));
+    const auto texts = makeRef<TVector<Ref<String>>>();
+    texts->append(longText);
     const auto subkeys = key->keyIterator();
     while (const auto subkey = subkeys && left > 0 ? subkeys->next() : nullptr) {
         --left;
@@ -107,7 +109,7 @@ void change(const Ref<Key>& key, u32& left) {
         if (kind < 4) ValueEdit::setData(key, value, data.data(), kind * kind * 2000);
         if (kind == 4) key->move(value, newName);
         if (kind == 5) key->deleteValue(value);
-        if (kind == 6) value->setString(newName);
+        if (kind > 5 && !ValueEdit::setString(key, value, longText)) ValueEdit::setStrings(key, value, texts);
     }
     ValueEdit::settleList(key);
     if (const auto child = key->createKey(newName)) child->createValue(newName, Value::valueQword);
