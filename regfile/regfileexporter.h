@@ -34,7 +34,7 @@ class RegFileExporter {
     const Ref<CharPrinter> _errorPrinter;
     const bool _flag;
     std::optional<WalkBudget> _budget;  // of the walk under way
-    Utf16Buffer _path;               // of the key being written: one buffer, however deep the walk
+    Utf16Buffer _path;                  // of the key being written: one buffer, however deep the walk
 };
 
 }  // namespace Libraries::Files::Hive
