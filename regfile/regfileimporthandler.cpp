@@ -47,7 +47,7 @@ Ref<String> RegFileImportHandler::textOf(const Piece& piece) const {
                                 ? StringUtil::joined({u"0x", hexadecimal->view()})
                                 : StringUtil::joined({hexadecimal->view(), u"h (", decimal->view(), u")"}));
     }
-    return piece.subject ? head->concat(piece.subject) : head;
+    return piece.subject ? StringUtil::joined({head->view(), piece.subject->view()}) : head;
 }
 
 /// Reports an error: on the printer as one line, else message and details as lines of the log. Returns false.

@@ -33,11 +33,14 @@ class RegFileImportHandler final : public Interfaces::IniParserInterface, public
     void settle();
 
  private:
-    /// A piece of a message: fixed text, then what it is about.
+    /// A piece of a message: fixed text, then what it is about. Borrows that for the length of a call.
     struct Piece {
+        Piece(const char* fixed, const Ref<String>& about = nullptr, std::optional<u64> code = std::nullopt)
+            : text(fixed), subject(about.get()), number(code) {}
+
         const char* text;
-        Ref<String> subject = nullptr;
-        std::optional<u64> number = std::nullopt;
+        const String* subject;  // null for none
+        std::optional<u64> number;
     };
     bool fail(std::initializer_list<Piece> message, std::initializer_list<Piece> details);
     bool failWithCode(const char* message, const Ref<String>& path);

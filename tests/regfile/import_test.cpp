@@ -205,7 +205,34 @@ TEST(Import, FailureAtTheHead) {
     const Outcome wide = importFrom(hive, makeRef<MemoryStripe>(std::vector<u8>{'v', 0}, 2U));
     EXPECT_FALSE(wide.done);
     EXPECT_EQ(wide.errors, "");
-    EXPECT_FALSE(RegFileUtil::importRegFile(hive, text(u"/missing/file"), text(u""), nullptr, false));
+}
+
+TEST(Import, NeedsAllItsArgumentsAsTheExportDoes) {
+    const OpenedHive opened(5);
+    const Ref<Key> root(opened.root);
+    const Ref<RegistryHive> hive(opened.hive);
+    const auto none = RegFileUtil::exportDefault;
+    const auto path = text(u"/missing/file"), prefix = text(u"");
+    const Ref<String> noText;
+    const Ref<Interfaces::Stripe> stripe(makeRef<MemoryStripe>()), noStripe,
+        wide(makeRef<MemoryStripe>(std::vector<u8>(), 2U));
+    const auto writeTo = [&](const Ref<Key>& key, const auto& target, const Ref<String>& head) {
+        return errorOf([&] { return RegFileUtil::exportRegFile(key, target, head, none, nullptr, false); });
+    };
+    const auto readFrom = [&](const Ref<RegistryHive>& into, const auto& source, const Ref<String>& head) {
+        return errorOf([&] { return RegFileUtil::importRegFile(into, source, head, nullptr, false); });
+    };
+    const std::vector<u32> errors = {
+        writeTo(nullptr, path, prefix),    writeTo(root, noText, prefix),    writeTo(root, path, noText),
+        writeTo(nullptr, stripe, prefix),  writeTo(root, noStripe, prefix),  writeTo(root, stripe, noText),
+        readFrom(nullptr, path, prefix),   readFrom(hive, noText, prefix),   readFrom(hive, path, noText),
+        readFrom(nullptr, stripe, prefix), readFrom(hive, noStripe, prefix), readFrom(hive, stripe, noText)};
+    EXPECT_EQ(errors, std::vector<u32>(errors.size(), 0x8445));
+    constexpr u32 missing = 0x20000 + ENOENT;
+    EXPECT_EQ(writeTo(root, path, prefix), missing);
+    EXPECT_EQ(readFrom(hive, path, prefix), missing);
+    EXPECT_EQ(writeTo(root, wide, prefix), 0x10002u);
+    EXPECT_EQ(readFrom(hive, wide, prefix), 0x10002u);
 }
 
 TEST(Import, AppliesSectionsAndValues) {
