@@ -1,6 +1,8 @@
 #include "regfile/valueedit.h"
 
-#include "hive/errorcodes.h"
+#include <optional>
+
+#include "hive/keys/keyobj.h"
 #include "platform/iochar/stringutil.h"
 
 namespace Libraries::Files::Hive {
@@ -10,6 +12,17 @@ namespace {
 /// Spacers of the data's own length it may take: the second lies behind the first, so its cell's offset
 /// suffices, but the first may have filled a hole behind the second.
 constexpr u32 MAX_SPACERS = 4;
+
+/// Holds the monitor of a key's hive; nothing for a key that is no hive file's.
+class HiveGuard {
+ public:
+    explicit HiveGuard(const Ref<Key>& key) {
+        if (const Ref<KeyObj> own = refCast<KeyObj>(key)) _guard.emplace(own->hive()->mon());
+    }
+
+ private:
+    std::optional<MonGuard> _guard;
+};
 
 /// Values that take up room while another one is placed; gone with this object.
 class Spacers {
@@ -67,11 +80,13 @@ bool writeElsewhere(const Ref<Key>& key, const Ref<Value>& value, const void* da
 
 ValueEdit::Result ValueEdit::setData(const Ref<Key>& key, const Ref<Value>& value, const void* data,
                                      u32 size) {
+    const HiveGuard guard(key);
     if (value->size(size) != size) return resizeFailed;
     return write(value, data, size) || writeElsewhere(key, value, data, size) ? done : writeFailed;
 }
 
 bool ValueEdit::setString(const Ref<Key>& key, const Ref<Value>& value, const Ref<String>& text) {
+    const HiveGuard guard(key);
     if (value->setString(text)) return true;
     if (Error::get() != ErrorCode::shortWrite) return false;
     Array<u8> data;
@@ -82,6 +97,7 @@ bool ValueEdit::setString(const Ref<Key>& key, const Ref<Value>& value, const Re
 
 bool ValueEdit::setStrings(const Ref<Key>& key, const Ref<Value>& value,
                            const Ref<TVector<Ref<String>>>& texts) {
+    const HiveGuard guard(key);
     if (value->setStrings(texts)) return true;
     if (Error::get() != ErrorCode::shortWrite) return false;
     Array<u8> data;
@@ -94,6 +110,7 @@ bool ValueEdit::setStrings(const Ref<Key>& key, const Ref<Value>& value,
 }
 
 bool ValueEdit::settleList(const Ref<Key>& key) {
+    const HiveGuard guard(key);
     Spacers spacers(key);
     return spacers.add(0);
 }

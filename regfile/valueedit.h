@@ -8,6 +8,9 @@ namespace Libraries::Files::Hive {
 /// layer can leave less than was asked for: data in a cell near the start of the hive is covered only as far
 /// as the cell's own offset, and a value list keeps a stale entry when the last but one value goes. Works on
 /// any `Key`.
+///
+/// Each operation holds the hive's monitor for its whole run, so that other threads never see the steps
+/// between.
 class HIVE_API ValueEdit {
  public:
     enum Result {

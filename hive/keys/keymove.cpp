@@ -127,11 +127,11 @@ bool KeyObj::move(Ref<Value> value, Ref<String> newName) {
     if (this->value(newName)) return ErrorCode::fail(ErrorCode::moveValueExists);
     const Ref<ValueObj> moved = refCast<ValueObj>(value);
     if (!moved) return ErrorCode::fail(ErrorCode::wrongArgument);
-    const Ref<KeyObj> oldKey = moved->parent();
-    if (oldKey->hive() != _hive) {
+    if (moved->hive() != _hive) {  // before its key is looked at, which that hive's monitor guards
         log(3, Channel::hive, "Attempt to move a value form a different hive");
         return ErrorCode::fail(ErrorCode::wrongArgument);
     }
+    const Ref<KeyObj> oldKey = moved->parent();
     const u32 record = moved->setName(newName);
     if (record == 0 || record == INVALID_RECORD) return false;
     for (ValueEntry& entry : oldKey->_values)  // should the move fail below, the old entry has another name

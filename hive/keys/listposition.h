@@ -8,7 +8,9 @@
 namespace Libraries::Files::Hive {
 
 /// Where an iterator stands in a key's list: the index of the entry to return next. The key moves it along
-/// when entries before it come or go, also from another thread.
+/// when entries before it come or go, also from another thread. That happens under the hive's monitor, which
+/// `take` and the reading of the entry REQUIRE as well, so that no entry is passed over or returned twice;
+/// `seek` needs none.
 class ListPosition {
  public:
     /// Moves to `position`, at most to `count`; returns where it stands then.
@@ -22,10 +24,12 @@ class ListPosition {
     }
     /// An entry was inserted at, or removed from, this index of the list.
     void insertedAt(u32 index) {
-        if (index <= _position) ++_position;
+        for (u32 at = _position; index <= at && !_position.compare_exchange_weak(at, at + 1);) {
+        }
     }
     void removedAt(u32 index) {
-        if (index < _position) --_position;
+        for (u32 at = _position; index < at && !_position.compare_exchange_weak(at, at - 1);) {
+        }
     }
 
  private:

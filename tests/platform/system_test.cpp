@@ -31,7 +31,7 @@ TEST(WeakRef, ManyThreadsShareOneProxyAndNeverResurrect) {
         std::atomic<int> alive = 0;
         std::atomic<bool> go = false;
         Ref<Thing> first = makeRef<Thing>(alive);
-        std::vector<GcProxy*> proxies(3);
+        std::vector<GcProxy*> proxies(8);
         std::vector<std::thread> threads;
         for (auto& proxy : proxies)
             threads.emplace_back([&go, &proxy, strong = first]() mutable {
@@ -39,10 +39,13 @@ TEST(WeakRef, ManyThreadsShareOneProxyAndNeverResurrect) {
                 const WeakRef<Thing> weak(strong);
                 proxy = strong->gcproxy();
                 strong.reset();
-                for (bool gone = false; const int tries : std::vector<int>(200)) {
-                    const bool locked = bool(weak.lock());
+                bool gone = false;
+                for (int tries = 0; tries < 200; ++tries) {
+                    const Ref<Thing> locked = weak.lock();
                     EXPECT_FALSE(gone && locked) << tries;
                     gone = !locked;
+                    const WeakRef<Thing> other(locked);
+                    EXPECT_EQ(bool(other.lock()), !gone);
                 }
             });
         first.reset();
