@@ -11,7 +11,7 @@ FileBytes::FileBytes(Ref<Interfaces::Stripe> stripe)
 }
 
 const u8* FileBytes::page(u64 number) {
-    const u64 slot = number % SLOTS;
+    const std::size_t slot = number % SLOTS;
     u8* const bytes = &_pages[slot * PAGE];
     if (_numbers[slot] == number) return bytes;
     const u64 position = number * PAGE;
@@ -27,11 +27,11 @@ const u8* FileBytes::page(u64 number) {
 RecordView FileBytes::view(u64 position, u64 length) {
     const u64 inPage = position % PAGE;
     if (length <= PAGE - inPage) return RecordView(page(position / PAGE) + inPage, length);
-    _joined.resize(length);
+    _joined.resize(toSize(length));
     for (u64 done = 0; done < length;) {
         const u64 from = (position + done) % PAGE;
         const u64 count = std::min<u64>(length - done, PAGE - from);
-        Platform::Mem::copy(&_joined[done], page((position + done) / PAGE) + from, count);
+        Platform::Mem::copy(_joined.data() + done, page((position + done) / PAGE) + from, count);
         done += count;
     }
     return RecordView(_joined.data(), length);

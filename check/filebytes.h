@@ -7,6 +7,7 @@
 namespace Libraries::Files::Hive {
 
 using Platform::Ref;
+using Platform::toSize;
 
 /// A file's bytes in any order, through a cache of its pages that takes 16 MiB at most. What cannot be read
 /// is 0.

@@ -55,7 +55,8 @@ void KeyCheck::checkKey(const Pending& key) {
                                               " levels below the root: its subkeys are left out");
     const u64 before = _pending.size();
     checkSubkeys(key, L32ToHost(nk.keyList), L32ToHost(nk.numOfKeys));
-    std::reverse(_pending.begin() + static_cast<s64>(before), _pending.end());  // the first comes next
+    std::reverse(_pending.begin() + static_cast<std::ptrdiff_t>(before),
+                 _pending.end());  // the first comes next
 }
 
 void KeyCheck::checkClassName(u32 key, u32 record, u16 length) {

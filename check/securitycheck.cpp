@@ -24,7 +24,7 @@ void SecurityCheck::checkRing(u32 root, u32 first) {
 void SecurityCheck::sumUp() {
     std::sort(_users.begin(), _users.end(),
               [](const Users& left, const Users& right) { return left.record < right.record; });
-    u64 kept = 0;
+    std::size_t kept = 0;
     for (const Users& users : _users) {
         if (kept && _users[kept - 1].record == users.record)
             _users[kept - 1].keys += users.keys;

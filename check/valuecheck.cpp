@@ -130,7 +130,7 @@ void ValueCheck::findDoubles() {
         const int order = compareNames(left, right);
         return order ? order < 0 : left.place < right.place;
     });
-    for (u64 i = 1; i < _named.size(); ++i)
+    for (std::size_t i = 1; i < _named.size(); ++i)
         if (compareNames(_named[i - 1], _named[i]) == 0)
             _context.fault(_named[i].record, "same name as the value at " + hexText(_named[i - 1].record));
 }

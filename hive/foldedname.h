@@ -12,7 +12,7 @@ class FoldedName {
     explicit FoldedName(std::u16string_view name) : _length(name.size()) {
         if (_length > _few.size()) _many.resize(_length);
         char16_t* const units = _many.empty() ? _few.data() : _many.data();
-        for (u64 i = 0; i < _length; ++i) units[i] = String::upperUnit(name[i]);
+        for (std::size_t i = 0; i < _length; ++i) units[i] = String::upperUnit(name[i]);
     }
     std::u16string_view view() const { return {_many.empty() ? _few.data() : _many.data(), _length}; }
 
@@ -21,19 +21,19 @@ class FoldedName {
     template <typename UnitAt>
     int compareOther(u64 length, UnitAt unitAt) const {
         const std::u16string_view own = view();
-        const u64 common = length < own.size() ? length : own.size();
-        for (u64 i = 0; i < common; ++i) {
+        const std::size_t common = std::min(toSize(length), own.size());
+        for (std::size_t i = 0; i < common; ++i) {
             const char16_t unit = String::upperUnit(unitAt(i));
             if (unit != own[i]) return unit < own[i] ? -1 : 1;
         }
         return length == own.size() ? 0 : length < own.size() ? -1 : 1;
     }
     int compareOther(std::u16string_view other) const {
-        return compareOther(other.size(), [other](u64 i) { return other[i]; });
+        return compareOther(other.size(), [other](std::size_t i) { return other[i]; });
     }
 
  private:
-    u64 _length;
+    std::size_t _length;
     std::array<char16_t, 256> _few;  // holds every key name
     Utf16Buffer _many;
 };

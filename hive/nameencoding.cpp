@@ -85,7 +85,7 @@ bool hasBytes(const Ref<String>& text, HiveFile::HiveCodepage codepage) {
 HeapBuffer stringToBytes(const Ref<String>& text, HiveFile::HiveCodepage codepage) {
     HeapBuffer bytes = heapBuffer(text->length() + 1);
     if (!bytes) return {};
-    u64 count = 0;
+    std::size_t count = 0;
     for (const char16_t unit : text->view())
         if (!charToByte(unit, codepage, bytes[count++])) return {};
     bytes[count] = 0;

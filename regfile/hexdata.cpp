@@ -20,7 +20,7 @@ bool parseHead(std::u16string_view& text, u32& type) {
         text.remove_prefix(4);
         return true;
     }
-    const u64 close = text[3] == u'(' ? text.find(u')', 4) : npos;
+    const std::size_t close = text[3] == u'(' ? text.find(u')', 4) : npos;
     if (close == npos || close + 1 == text.size() || text[close + 1] != u':') return false;
     u64 number = 0;
     if (!StrConv::num(text.substr(4, close - 4), number, 16) || number > UINT32_MAX) return false;
@@ -42,12 +42,12 @@ u32 digitValue(char16_t unit) {
 bool parseHexData(std::u16string_view text, HexData& data) {
     if (!parseHead(text, data.type)) return false;
     data.bytes.reserve((text.size() + 1) / 3);
-    for (u64 at = 0; at < text.size();) {
+    for (std::size_t at = 0; at < text.size();) {
         if (text[at] == u',') {
             ++at;
             continue;
         }
-        const u64 end = at + 2;
+        const std::size_t end = at + 2;
         if (end > text.size() || (end < text.size() && text[end] != u',')) return false;
         const u32 high = digitValue(text[at]), low = digitValue(text[at + 1]);
         if ((high | low) > 15) return false;

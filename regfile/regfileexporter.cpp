@@ -31,7 +31,7 @@ bool RegFileExporter::exportKey(const Ref<Key>& key) {
         return fail(_errorPrinter ? "Invalid name of a subkey, parent:"
                                   : "Invalid name of a subkey, parent: ");
     if (!_budget->takeData(name->length())) return fail(TOO_MUCH);
-    const u64 parentLength = _path.size();
+    const std::size_t parentLength = _path.size();
     _path += name->view();
     _text.beginSection(_path);
     if (!exportValues(key)) return false;
@@ -44,7 +44,7 @@ bool RegFileExporter::exportKey(const Ref<Key>& key) {
 
 bool RegFileExporter::exportSubkeys(const Ref<Key>& key) {
     const Ref<KeyIterator> subkeys = key->keyIterator();
-    const u64 length = _path.size();
+    const std::size_t length = _path.size();
     for (u32 left = subkeys ? subkeys->count() : 0; left > 0; --left) {
         const Ref<Key> subkey = subkeys->next();
         // A list that cannot be read must not pass for an empty one: the text would look complete.
@@ -129,7 +129,7 @@ bool RegFileExporter::readData(Interfaces::Stripe& data, u64 count, Array<u8>& b
     while (bytes.size() < count) {
         const u64 have = bytes.size();
         const u64 piece = std::min(count - have, std::max<u64>(have, FIRST_READ));
-        bytes.resize(have + piece);
+        bytes.resize(toSize(have + piece));
         if (data.read(ShPtr(bytes.data() + have), piece) != piece) return false;
     }
     return true;

@@ -16,7 +16,7 @@ using Libraries::Files::Text::Writer;
 namespace {
 
 const Ref<String> HEADER = String::create(u"Windows Registry Editor Version 5.00\r\n\r\n");
-constexpr u64 BYTES_PER_LINE = 25;
+constexpr std::size_t BYTES_PER_LINE = 25;
 constexpr std::u16string_view CONTINUED = u"\\\r\n  ";
 constexpr u64 DWORD_DIGITS = 8;
 constexpr char16_t DIGITS[] = u"0123456789abcdef";
@@ -84,7 +84,7 @@ void RegFileText::string(std::u16string_view name, std::u16string_view text) {
 
 void RegFileText::dword(std::u16string_view name, u64 number) {
     std::array<char16_t, 16> digits;
-    u64 first = digits.size();
+    std::size_t first = digits.size();
     for (; number || first > digits.size() - DWORD_DIGITS; number >>= 4)
         digits[--first] = DIGITS[number & 15];
     label(name);
@@ -102,13 +102,13 @@ void RegFileText::beginBinary(std::u16string_view name, u32 type) {
 }
 
 void RegFileText::endBinary(const Array<u8>& bytes) {
-    constexpr u64 bytesText = 3 * BYTES_PER_LINE;
+    constexpr std::size_t bytesText = 3 * BYTES_PER_LINE;
     std::array<char16_t, bytesText + CONTINUED.size() + 1> line;
-    for (u64 start = 0; start < bytes.size(); start += BYTES_PER_LINE) {
-        const u64 count = std::min(BYTES_PER_LINE, bytes.size() - start);
-        for (u64 i = 0; i < count; ++i)
+    for (std::size_t start = 0; start < bytes.size(); start += BYTES_PER_LINE) {
+        const std::size_t count = std::min(BYTES_PER_LINE, bytes.size() - start);
+        for (std::size_t i = 0; i < count; ++i)
             Mem::copy(&line[3 * i], BYTE_TEXTS[bytes[start + i]].data(), sizeof(ByteText));
-        u64 length = 3 * count - 1;  // no comma behind the last byte
+        std::size_t length = 3 * count - 1;  // no comma behind the last byte
         if (start + count < bytes.size()) {
             CONTINUED.copy(&line[bytesText], CONTINUED.size());
             length = bytesText + CONTINUED.size();

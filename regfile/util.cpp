@@ -31,7 +31,7 @@ Ref<String> nameOf(const Ref<Key>& key) {
 /// one. The walk starts one entry short, so the newest key, and with it all its parents, mostly stay; callers
 /// retry the same path and rely on finding what was there.
 void cleanUp(const Array<Ref<Key>>& created) {
-    for (u64 i = created.size(); i-- > 2;) {
+    for (std::size_t i = created.size(); i-- > 2;) {
         if (created[i - 2]->deleteKey(created[i - 1])) continue;
         log(4, Channel::util, "Failed to remove key ", nameOf(created[i - 1]), " of key ",
             nameOf(created[i - 2]), " for cleanup");

@@ -8,16 +8,24 @@ BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libgtest-d
 TEST_PACKAGES=(python3 unicode-data)
 BENCH_PACKAGES=(libsqlite3-dev liblmdb-dev valgrind)  # the benchmark alone
 CHECK_PACKAGES=(clang libclang-rt-14-dev clang-format)
+# For other machines. The cross compilers and g++-multilib exclude each other.
+PORTABLE_PACKAGES=(g++-s390x-linux-gnu g++-i686-linux-gnu qemu-user googletest)
 
 # Parallel jobs of builds and test runs; set JOBS to share a machine.
 JOBS=${JOBS:-$(nproc)}
 
+# Prints those of the packages that are not installed.
+missing_packages() {
+    local package
+    for package in "$@"; do
+        dpkg-query -W -f '${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed || echo "$package"
+    done
+}
+
 # Installs the packages that are missing. Silent, and without any network, when none is.
 ensure_packages() {
-    local missing=() package
-    for package in "$@"; do
-        dpkg-query -W -f '${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")
-    done
+    local missing
+    mapfile -t missing < <(missing_packages "$@")
     [ ${#missing[@]} -eq 0 ] && return 0
     echo "installing: ${missing[*]}"
     local sudo=()

@@ -14,7 +14,7 @@ u64 FdSource::notSupported() {
 u64 FdSource::read(Interfaces::ShPtr destination, u64 count, u32) {
     u64 done = 0;
     while (done < count) {
-        const ssize_t got = ::read(_fd, destination.address() + done, count - done);
+        const ssize_t got = ::read(_fd, destination.address() + done, toSize(count - done));
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) Error::setSystem(errno);
         if (got <= 0) break;

@@ -12,7 +12,7 @@ int writeAll(int fd, const void* data, u64 count, u64& done) {
     constexpr u64 MAX_TRANSFER = 1 << 30;  // keeps every count in ssize_t
     const auto* const bytes = static_cast<const u8*>(data);
     for (done = 0; done < count;) {
-        const ssize_t moved = ::write(fd, bytes + done, std::min(count - done, MAX_TRANSFER));
+        const ssize_t moved = ::write(fd, bytes + done, toSize(std::min(count - done, MAX_TRANSFER)));
         if (moved >= 0) {
             done += static_cast<u64>(moved);
         } else if (errno == EAGAIN) {

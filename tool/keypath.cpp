@@ -10,7 +10,7 @@ namespace {
 /// Takes "xNN" or "uNNNN" from the front of `text`.
 bool takeEscape(std::u16string_view& text, char16_t& unit) {
     if (text.empty() || (text[0] != u'x' && text[0] != u'u')) return false;
-    const u64 digits = text[0] == u'x' ? 2 : 4;
+    const std::size_t digits = text[0] == u'x' ? 2 : 4;
     u64 number = 0;
     if (text.size() <= digits || !StrConv::num(text.substr(1, digits), number, 16)) return false;
     unit = static_cast<char16_t>(number);

@@ -19,13 +19,13 @@ class Fields {
         return value;
     }
     u8 byte(u64 offset) {
-        if (offset < _bytes.size()) return _bytes[offset];
+        if (offset < _bytes.size()) return _bytes[toSize(offset)];
         _intact = false;
         return 0;
     }
     std::span<const u8> part(u64 offset, u64 length) {
         if (offset <= _bytes.size() && length <= _bytes.size() - offset)
-            return _bytes.subspan(offset, length);
+            return _bytes.subspan(toSize(offset), toSize(length));
         _intact = false;
         return {};
     }

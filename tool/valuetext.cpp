@@ -63,12 +63,12 @@ std::string stringsPreview(std::u16string_view units, bool whole) {
 
 /// The number in `bytes`, when they are as many as one of this type has.
 std::optional<u64> numberOf(u32 type, const Array<u8>& bytes) {
-    const u64 length = type == Value::valueQword ? 8 : 4;
+    const std::size_t length = type == Value::valueQword ? 8 : 4;
     const bool isNumber =
         type == Value::valueDword || type == Value::valueDwordBigEndian || type == Value::valueQword;
     if (!isNumber || bytes.size() != length) return std::nullopt;
     u64 number = 0;
-    for (u64 i = 0; i < length; ++i)
+    for (std::size_t i = 0; i < length; ++i)
         number = number << 8 | bytes[type == Value::valueDwordBigEndian ? i : length - 1 - i];
     return number;
 }
@@ -129,7 +129,7 @@ std::optional<Array<u8>> readData(const Ref<Value>& value, WalkBudget& budget) {
 
 std::u16string unitsOf(const Array<u8>& bytes) {
     std::u16string units(bytes.size() / 2, u'\0');
-    for (u64 i = 0; i < units.size(); ++i)
+    for (std::size_t i = 0; i < units.size(); ++i)
         units[i] = static_cast<char16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
     return units;
 }
@@ -177,7 +177,7 @@ std::optional<std::string> preview(const Ref<Value>& value, WalkBudget& budget) 
     if (size == 0) return "(empty)";
     if (type == Value::valueStrings) return stringsPreview(unitsOf(*head), whole);
     if (const auto number = numberOf(type, *head)) return numberText(*number);
-    const u64 shown = std::min<u64>(head->size(), PREVIEW_BYTES);
+    const std::size_t shown = std::min<std::size_t>(head->size(), PREVIEW_BYTES);
     return hexBytes(std::span(*head).first(shown)) + (size > shown ? "..." : "");
 }
 

@@ -35,7 +35,7 @@ std::string visible(std::u16string_view text) {
         shown += static_cast<char16_t>(letter);
         for (const char digit : digits(unit, count)) shown += static_cast<char16_t>(digit);
     };
-    for (u64 i = 0; i < text.size(); ++i) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
         const char16_t unit = text[i];
         const bool isHigh = (unit & 0xFC00) == 0xD800;
         const bool isLow = (unit & 0xFC00) == 0xDC00;
@@ -56,9 +56,9 @@ std::string visible(const std::string& utf8) {
 }
 
 std::u16string shortened(std::u16string_view text) {
-    constexpr u64 LONGEST = 400;
-    constexpr u64 HEAD = 200;
-    constexpr u64 TAIL = 150;
+    constexpr std::size_t LONGEST = 400;
+    constexpr std::size_t HEAD = 200;
+    constexpr std::size_t TAIL = 150;
     if (text.size() <= LONGEST) return std::u16string(text);
     std::u16string result(text.substr(0, HEAD));
     return result.append(u" ... ").append(text.substr(text.size() - TAIL));
@@ -75,7 +75,7 @@ u64 characters(std::string_view utf8) {
 
 std::string padded(std::string text, u64 width) {
     const u64 count = characters(text);
-    if (count < width) text.append(width - count, ' ');
+    if (count < width) text.append(toSize(width - count), ' ');
     return text;
 }
 
@@ -94,12 +94,12 @@ std::string hexBytes(std::span<const u8> bytes) {
 }
 
 std::string hexDump(std::span<const u8> bytes) {
-    constexpr u64 PER_LINE = 16;
+    constexpr std::size_t PER_LINE = 16;
     std::string text;
-    for (u64 start = 0; start < bytes.size(); start += PER_LINE) {
+    for (std::size_t start = 0; start < bytes.size(); start += PER_LINE) {
         const auto line = bytes.subspan(start, std::min(PER_LINE, bytes.size() - start));
         text += digits(static_cast<u32>(start), 8) + ' ';
-        for (u64 i = 0; i < PER_LINE; ++i)
+        for (std::size_t i = 0; i < PER_LINE; ++i)
             text += (i == PER_LINE / 2 ? "  " : " ") + (i < line.size() ? digits(line[i], 2) : "  ");
         text += "  |";
         for (const u8 byte : line) text += byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '.';

@@ -48,7 +48,7 @@ u32 ValueObj::resizeDbList(u32 newSize) {
 /// Frees or appends fragments at the end of the list; the others stay as they are, a short last one included.
 /// Returns the message of a failure, or null.
 const char* ValueObj::resizeFragments(u16 fragments) {
-    for (u64 i = fragments; i < _extents.size(); ++i) _hive->releaseRecord(_extents[i]);
+    for (std::size_t i = fragments; i < _extents.size(); ++i) _hive->releaseRecord(_extents[i]);
     if (_extents.size() > fragments) _extents.resize(fragments);
     while (_extents.size() < fragments) {
         const u32 fragment = _hive->allocateRecord(FRAGMENT_REQUEST, nullptr);

@@ -69,8 +69,8 @@ Ref<TVector<Ref<String>>> ValueObj::strings(u32 maxLength) {
     // them. For the same readers an empty string ends the list, whatever follows.
     text.push_back(u'\0');
     auto list = makeRef<TVector<Ref<String>>>();
-    u64 start = 0;
-    for (u64 i = 0; i < text.size(); ++i) {
+    std::size_t start = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
         if (text[i]) continue;
         if (i == start) return list;
         list->append(String::create(std::u16string_view(text).substr(start, i - start)));

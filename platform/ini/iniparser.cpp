@@ -21,13 +21,13 @@ bool beginsData(std::u16string_view text) {
 }
 
 /// Where the '=' between name and data stands; nothing when the line has none.
-std::optional<u64> findEquals(std::u16string_view line) {
+std::optional<std::size_t> findEquals(std::u16string_view line) {
     if (!line.starts_with(u'"')) {
-        const u64 at = line.find(u'=');
+        const std::size_t at = line.find(u'=');
         return at == npos ? std::nullopt : std::optional(at);
     }
-    std::optional<u64> first;
-    for (u64 at = line.find(u"\"=", 1); at != npos; at = line.find(u"\"=", at + 1)) {
+    std::optional<std::size_t> first;
+    for (std::size_t at = line.find(u"\"=", 1); at != npos; at = line.find(u"\"=", at + 1)) {
         if (beginsData(line.substr(at + 2))) return at + 1;
         if (!first) first = at + 1;
     }
@@ -56,7 +56,7 @@ class RegistryText {
         if (!_inSection) return told(_handler.line(String::create(_line)));
         const auto equals = findEquals(_line);
         if (!equals) return IniParser::malformed;
-        const u64 dataAt = *equals + 1;
+        const std::size_t dataAt = *equals + 1;
         if (std::u16string_view(_line).substr(dataAt).starts_with(u"hex") && !readContinuations())
             return _reader.failed() ? IniParser::unreadable : IniParser::malformed;
         const std::u16string_view line = _line;
@@ -80,7 +80,7 @@ class RegistryText {
         while (_line.ends_with(u'\\')) {
             _line.pop_back();
             if (!readLine(next)) return false;
-            const u64 start = next.find_first_not_of(blanks);
+            const std::size_t start = next.find_first_not_of(blanks);
             if (start != npos) _line.append(next, start);
         }
         return true;
@@ -92,7 +92,7 @@ class RegistryText {
         bool any = false;
         for (auto ahead = _reader.ahead(); !ahead.empty(); ahead = _reader.ahead()) {
             any = true;
-            u64 length = 0;
+            std::size_t length = 0;
             while (length < ahead.size() && ahead[length] != u'\n' && ahead[length] != u'\r') ++length;
             line.append(ahead.substr(0, length));
             const bool ended = length < ahead.size();

@@ -39,7 +39,7 @@ bool CharReader::fill() {
     const u64 count = _stream->read(ShPtr(_buffer.data()), _capacity);
     _failed = Error::get() != 0;  // what came before the failure is still handed out
     if (!_failed) Error::set(before);
-    _buffer.resize(std::min(count, _capacity));
+    _buffer.resize(toSize(std::min<u64>(count, _capacity)));
     return !_buffer.empty();
 }
 

@@ -33,7 +33,7 @@ class PLATFORM_API CharReader final : public Object {
         return std::u16string_view(_buffer).substr(_position);
     }
     /// Takes `count` of the units that `ahead` gave.
-    void take(u64 count) { _position += count; }
+    void take(std::size_t count) { _position += count; }
     /// Whether the stream failed (it set an error code), as opposed to having come to its end.
     bool failed() const { return _failed; }
 
@@ -49,8 +49,8 @@ class PLATFORM_API CharReader final : public Object {
     bool fill();
 
     Ref<Interfaces::Stream> _stream;
-    u64 _capacity;
-    u64 _position = 0;
+    std::size_t _capacity;
+    std::size_t _position = 0;
     u64 _line = 0;
     bool _failed = false;
     Utf16Buffer _buffer;

@@ -51,7 +51,7 @@ CharWriter::~CharWriter() {
 
 void CharWriter::write(std::u16string_view units) {
     while (_good && !units.empty()) {
-        const u64 count = std::min(units.size(), _capacity - _buffer.size());
+        const std::size_t count = std::min(units.size(), _capacity - _buffer.size());
         _buffer.append(units.substr(0, count));
         units.remove_prefix(count);
         if (_buffer.size() == _capacity) flush();
@@ -66,7 +66,7 @@ bool CharWriter::flush() {
         return _good;
     }
     // The other half of a pair may still come: a high surrogate at the end waits for it.
-    const u64 held = isHighSurrogate(_buffer.back()) ? 1 : 0;
+    const std::size_t held = isHighSurrogate(_buffer.back()) ? 1 : 0;
     const CharBuffer bytes = toBytes(std::u16string_view(_buffer).substr(0, _buffer.size() - held));
     if (!bytes.empty()) _good = _stream->write(ShPtr::fromConst(bytes.data()), bytes.size()) == bytes.size();
     _buffer.erase(0, _buffer.size() - held);

@@ -35,7 +35,7 @@ class PLATFORM_API CharWriter final : public Object {
     CharWriter(Ref<Interfaces::Stream> stream, u32 bufferUnits, LineEnd lineEnd);
 
     Ref<Interfaces::Stream> _stream;
-    u64 _capacity;
+    std::size_t _capacity;
     LineEnd _lineEnd;
     bool _good = true;
     Utf16Buffer _buffer;

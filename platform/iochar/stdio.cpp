@@ -44,7 +44,7 @@ class FdStream final : public Object, public virtual Interfaces::Stream {
 u64 FdStream::write(ShPtr source, u64 count, u32) {
     u64 done = 0;
     while (done < count) {
-        const ssize_t moved = ::write(_fd, source.address() + done, static_cast<size_t>(count - done));
+        const ssize_t moved = ::write(_fd, source.address() + done, toSize(count - done));
         if (moved >= 0) {
             done += static_cast<u64>(moved);
         } else if (errno == EAGAIN) {

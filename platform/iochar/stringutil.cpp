@@ -29,9 +29,9 @@ bool validBase(u32 base) {
 Ref<TVector<Ref<String>>> StringUtil::split(const Ref<String>& text, char16_t separator) {
     auto pieces = makeRef<TVector<Ref<String>>>();
     const std::u16string_view units = text->view();
-    u64 start = 0;
+    std::size_t start = 0;
     while (start < units.size()) {
-        const u64 end = std::min(units.find(separator, start), units.size());
+        const std::size_t end = std::min(units.find(separator, start), units.size());
         if (end > start) pieces->append(String::create(units.substr(start, end - start)));
         start = end + 1;
     }

@@ -10,10 +10,10 @@ namespace Platform {
 class Mem {
  public:
     static void copy(void* destination, const void* source, u64 bytes) {
-        if (bytes) std::memcpy(destination, source, bytes);
+        if (bytes) std::memcpy(destination, source, toSize(bytes));
     }
     static void fill8(void* destination, u8 value, u64 bytes) {
-        if (bytes) std::memset(destination, value, bytes);
+        if (bytes) std::memset(destination, value, toSize(bytes));
     }
 };
 

@@ -45,7 +45,7 @@ Ref<String> String::fromUtf8(std::string_view utf8) {
 
 Ref<String> String::sub(u64 from, u64 count) const {
     if (from >= length()) return create();
-    return create(view().substr(from, std::min(count, length() - from)));
+    return create(view().substr(toSize(from), toSize(count)));
 }
 
 Ref<String> String::concat(const Ref<String>& tail) const {
@@ -64,8 +64,8 @@ Ref<String> String::upper() const {
 int String::compareUpper(const Ref<String>& other) const {
     const std::u16string_view left = view();
     const std::u16string_view right = other->view();
-    const u64 common = std::min(left.size(), right.size());
-    for (u64 i = 0; i < common; ++i) {
+    const std::size_t common = std::min(left.size(), right.size());
+    for (std::size_t i = 0; i < common; ++i) {
         if (left[i] == right[i]) continue;
         const char16_t a = upperUnit(left[i]);
         const char16_t b = upperUnit(right[i]);
@@ -94,7 +94,7 @@ std::string String::toUtf8() const try {
 std::u32string String::to32() const try {
     std::u32string codePoints;
     codePoints.reserve(_units.size());
-    for (u64 i = 0; i < length(); ++i) {
+    for (std::size_t i = 0; i < _units.size(); ++i) {
         const char32_t unit = _units[i];
         if (isHighSurrogate(_units[i]) && isLowSurrogate(charAt(i + 1)))
             codePoints.push_back(0x10000 + ((unit & 0x3FF) << 10) + (_units[++i] & 0x3FFU));

@@ -27,7 +27,7 @@ class PLATFORM_API String final : public Object {
     u64 length() const { return _units.size(); }
     bool isEmpty() const { return _units.empty(); }
     /// The unit at `index`; 0 behind the end.
-    char16_t charAt(u64 index) const { return index < _units.size() ? _units[index] : u'\0'; }
+    char16_t charAt(u64 index) const { return index < _units.size() ? _units[toSize(index)] : u'\0'; }
     /// The units; valid while the string lives.
     std::u16string_view view() const { return _units; }
 

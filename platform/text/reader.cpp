@@ -125,7 +125,7 @@ void ReaderObj::fillBytes() {
         have += std::min(count, BLOCK_BYTES - have);
     }
     Error::set(before);
-    _bytes.resize(have);
+    _bytes.resize(toSize(have));
 }
 
 /// Settles the encoding by the first block.

@@ -72,7 +72,7 @@ u64 WriterObj::write(ShPtr source, u64 count, u32) {
             if (!writeBytes(chunk, now * sizeof(char16_t))) return done;
         } else {
             // Copied, since nothing promises that the source is aligned for units.
-            units.resize(now);
+            units.resize(toSize(now));
             Mem::copy(units.data(), chunk, now * sizeof(char16_t));
             if (!writeChunk(units)) return done;
         }

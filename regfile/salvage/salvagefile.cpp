@@ -120,11 +120,11 @@ void SalvageFile::walkCells(Stretch& stretch) {
     stretch.walked = true;
     stretch.intact = false;
     if (!stretch.isHbin) return;
-    stretch.cells.resize((stretch.end - stretch.begin) / UNIT / 64 + 1);
+    stretch.cells.resize(toSize((stretch.end - stretch.begin) / UNIT / 64 + 1));
     u64 at = stretch.begin + sizeof(hive_hbin);
     while (at < stretch.end) {
         const u64 place = (at - stretch.begin) / UNIT;
-        stretch.cells[place / 64] |= u64{1} << place % 64;
+        stretch.cells[toSize(place / 64)] |= u64{1} << place % 64;
         const u64 length = absolute(u32At(at));
         if (length < LEAST_CELL || length % UNIT || length > stretch.end - at) {
             if (stretch.damage.empty())
@@ -139,7 +139,7 @@ void SalvageFile::walkCells(Stretch& stretch) {
 
 bool SalvageFile::isMarked(const Stretch& stretch, u64 offset) {
     const u64 place = (offset - stretch.begin) / UNIT;
-    return place / 64 < stretch.cells.size() && (stretch.cells[place / 64] >> place % 64 & 1) != 0;
+    return place / 64 < stretch.cells.size() && (stretch.cells[toSize(place / 64)] >> place % 64 & 1) != 0;
 }
 
 SalvageCell SalvageFile::cell(u32 offset, SalvageFlaws& flaws) {

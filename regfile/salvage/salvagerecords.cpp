@@ -107,7 +107,7 @@ std::u16string SalvageRecords::name(u32 offset, u64 place, u32 length, u64 room,
                          "this length holds"});
         return {};
     }
-    Array<u8> bytes(std::min<u64>(length, room));
+    Array<u8> bytes(toSize(std::min<u64>(length, room)));
     if (!_file.read(offset + place, bytes.data(), bytes.size())) bytes.clear();
     std::u16string text = decode(offset, bytes, compressed, flaws);
     if (bytes.size() == length) return text;
@@ -122,7 +122,7 @@ std::u16string SalvageRecords::decode(u32 offset, const Array<u8>& bytes, bool c
                                       SalvageFlaws& flaws) {
     std::u16string text;
     if (!compressed) {
-        for (u64 i = 0; i + 1 < bytes.size(); i += 2)
+        for (std::size_t i = 0; i + 1 < bytes.size(); i += 2)
             text += static_cast<char16_t>(bytes[i] | bytes[i + 1] << 8);
         return text;
     }

@@ -57,7 +57,7 @@ bool SalvageRecords::single(u32 owner, const SalvageCell& cell, u64 size, Array<
             {SalvageFlaw::lost, owner, "the values have more data than a hive of this length holds"});
         return false;
     }
-    bytes.resize(got);
+    bytes.resize(toSize(got));
     if (!_file.read(u64{cell.offset} + sizeof(hive_record), bytes.data(), got)) {
         bytes.clear();
         flaws.push_back({SalvageFlaw::lost, owner, std::to_string(size) + " bytes of data cannot be read"});
@@ -89,8 +89,8 @@ bool SalvageRecords::fragments(u32 owner, u32 db, u64 size, Array<u8>& bytes, Sa
     appendEntries(u64{list} + sizeof(hive_record), OFFSET_ENTRY_SIZE, listed, list, offsets, flaws);
     u64 got = 0;
     bool isWhole = offsets.size() == needed;
-    for (u64 i = 0; i < offsets.size(); ++i) {
-        const u64 place = i * FRAGMENT_SIZE;
+    for (std::size_t i = 0; i < offsets.size(); ++i) {
+        const u64 place = u64{i} * FRAGMENT_SIZE;
         const u64 wanted = std::min(FRAGMENT_SIZE, size - place);
         const u64 before = bytes.size();
         if (!fragment(owner, offsets[i], place, wanted, bytes, flaws)) isWhole = false;
@@ -108,9 +108,9 @@ bool SalvageRecords::fragment(u32 owner, u32 offset, u64 place, u64 wanted, Arra
                               SalvageFlaws& flaws) {
     const SalvageCell cell = _file.cell(offset, flaws);
     const u64 got = cell.holdsData() ? std::min(wanted, cell.length - sizeof(hive_record)) : 0;
-    const u64 before = bytes.size();
+    const std::size_t before = bytes.size();
     if (got > 0 && takeBytes(place + got - before)) {
-        bytes.resize(place + got);
+        bytes.resize(toSize(place + got));
         if (_file.read(u64{offset} + sizeof(hive_record), bytes.data() + place, got)) {
             if (got == wanted && cell.state == SalvageCell::used) return true;
         } else {

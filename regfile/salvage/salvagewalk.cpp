@@ -167,7 +167,7 @@ bool SalvageWalk::writeAsText(const SalvagedValue& value, const Array<u8>& bytes
     if (value.type != Value::valueString || bytes.size() == 1 || bytes.size() / 2 > MAX_TEXT_LENGTH)
         return false;
     std::u16string units(bytes.size() / 2, u'\0');
-    for (u64 i = 0; i < units.size(); ++i)
+    for (std::size_t i = 0; i < units.size(); ++i)
         units[i] = static_cast<char16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
     units.resize(units.find_last_not_of(u'\0') + 1);
     text.string(value.name, units);
@@ -180,7 +180,7 @@ std::u16string SalvageWalk::pathOf(u32 record) {
     for (; record != INVALID_RECORD; record = _parents.at(record)) way.push_back(record);
     std::u16string path = _startPath.empty() ? u"/" : _startPath;
     SalvageFlaws ignored;
-    for (u64 i = way.size(); i-- > 0;) {
+    for (std::size_t i = way.size(); i-- > 0;) {
         if (i + 1 == way.size() && _startPath.empty()) continue;  // the root key
         if (const auto key = _records.key(way[i], _parents.at(way[i]), ignored)) appendName(path, key->name);
     }

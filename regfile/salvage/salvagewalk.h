@@ -25,10 +25,10 @@ class SalvageWalk {
     /// A key on the way down, and the subkeys still to be looked at.
     struct Level {
         u32 record;
-        u64 sectionLength;  // of the paths up to and with the key's name
-        u64 pathLength;
+        std::size_t sectionLength;  // of the paths up to and with the key's name
+        std::size_t pathLength;
         Array<u32> subkeys;
-        u64 next = 0;
+        std::size_t next = 0;
     };
 
     void enter(const SalvagedKey& key, RegFileText& text);

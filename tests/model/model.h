@@ -214,7 +214,7 @@ class Model {
         ASSERT_EQ(errorOf([&] { return bool(key->createKey(text(name))); }), error) << utf8(text(name));
         if (error) return;
         link(parent, std::make_unique<Node>(Node{name, &parent}));
-        _most = std::max(_most, parent.keys.size());
+        _most = std::max<u64>(_most, parent.keys.size());
     }
 
     void remove() {

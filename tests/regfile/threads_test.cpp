@@ -6,7 +6,7 @@
 
 #include "regfile/util.h"
 #include "regfile/valueedit.h"
-#include "tests/hive/keyops/freshhive.h"
+#include "tests/hive/openedhive.h"
 
 using namespace HiveTest;
 
@@ -112,7 +112,10 @@ class Worker {
             const Ref<Key> key = iterator->next();
             ASSERT_TRUE(key && key->name()->equal(name)) << utf8(text(name));
             ASSERT_EQ(key->valueIterator()->count(), values.size()) << utf8(text(name));
-            for (const auto& [valueName, data] : values) ASSERT_EQ(dataOf(key->value(text(valueName))), data);
+            for (const auto& [valueName, data] : values) {
+                const Ref<Value> value = key->value(text(valueName));
+                ASSERT_TRUE(value && dataOf(*value) == data) << utf8(text(valueName));
+            }
         }
     }
 
@@ -127,12 +130,6 @@ class Worker {
     static Ref<Key> branch(const Ref<HiveFile>& hive, u32 number) {
         return hive->path(text(branchName(number)));
     }
-    static std::vector<u8> dataOf(const Ref<Value>& value) {
-        std::vector<u8> data(value ? value->size() : 0);
-        if (!data.empty() && value->read(ShPtr(data.data()), 0, value->size()) != data.size()) data.clear();
-        return data;
-    }
-
     void operate() {
         const u32 kind = below(100);
         if (kind < 30)
@@ -273,7 +270,7 @@ class Worker {
         const auto values = key->valueIterator();
         while (const Ref<Value> value = values ? values->next() : nullptr) {
             const MonGuard guard(_hive->mon());
-            const std::vector<u8> data = dataOf(value);
+            const std::vector<u8> data = dataOf(*value);
             if (data.size() < 4) continue;
             const u32 seed = data[0] | u32{data[1]} << 8 | u32{data[2]} << 16 | u32{data[3]} << 24;
             EXPECT_TRUE(data == wholeBytes(static_cast<u32>(data.size()), seed)) << data.size();
@@ -305,7 +302,7 @@ void prepare(const Ref<HiveFile>& hive, std::vector<std::unique_ptr<Worker>>& wo
 }
 
 void stress(u32 minor, std::chrono::milliseconds time) {
-    FreshHive hive(minor);
+    OpenedHive hive(minor);
     SharedModel shared;
     std::vector<std::unique_ptr<Worker>> workers;
     for (u32 i = 0; i < THREADS; ++i) workers.push_back(std::make_unique<Worker>(hive.hive, i, shared));
@@ -336,7 +333,7 @@ TEST(HiveThreads, EightThreadsChangeOneHiveAndItIsAsTheirModelsSay) {
 /// The hive is closed by whichever thread gives up the last key, and what all of them changed is written.
 TEST(HiveThreads, TheLastKeyReleasedWritesTheHive) {
     for (u32 round = 0; round < 40; ++round) {
-        FreshHive hive(5);
+        OpenedHive hive(u32{5});
         std::vector<std::thread> threads;
         for (u32 i = 0; i < THREADS; ++i)
             threads.emplace_back([i, key = hive.root->createKey(numbered(i))]() mutable {
@@ -356,7 +353,7 @@ TEST(HiveThreads, TheLastKeyReleasedWritesTheHive) {
 
 /// A value of another hive is refused while that hive's threads give it another key.
 TEST(HiveThreads, ValuesOfAnotherHiveAreRefusedWhileTheyMove) {
-    FreshHive own(5), other(5);
+    OpenedHive own(u32{5}), other(u32{5});
     const Ref<Key> keys[] = {other.root->createKey(text(u"a")), other.root->createKey(text(u"b"))};
     const Ref<Value> value = keys[0]->createValue(text(u"v"), Value::valueDword);
     std::thread mover([&] {
@@ -364,7 +361,7 @@ TEST(HiveThreads, ValuesOfAnotherHiveAreRefusedWhileTheyMove) {
     });
     for (u32 i = 0; i < 500; ++i) {
         EXPECT_FALSE(own.root->move(value, text(u"w")));
-        EXPECT_EQ(Platform::Error::get(), 0x8446u);
+        EXPECT_EQ(Error::get(), 0x8446u);
     }
     mover.join();
 }

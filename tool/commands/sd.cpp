@@ -27,7 +27,7 @@ class SecurityCommand final : public HiveCommand {
         while (const auto record = walk->next()) {
             const auto bytes = record->get();
             const std::span<const u8> descriptor =
-                bytes ? std::span<const u8>(bytes->data(), bytes->size()) : std::span<const u8>();
+                bytes ? std::span<const u8>(bytes->data(), toSize(bytes->size())) : std::span<const u8>();
             const std::string text = sddlText(descriptor);
             if (text.empty()) result = exitFailed;
             out().line(hexNumber(record->recordOfs()) + "  used by " + counted(record->users(), "key") +
