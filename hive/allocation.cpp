@@ -109,18 +109,39 @@ bool RegistryHiveObj::initRecord(u32 offset, u32 size) {
     if (!record) return false;
     const u32 length = record.absoluteSize();
     if (length < size) return false;
-    const u32 behind = getFreeSpaceBehindRecord(offset, true);
-    if (!writeCellSize(hbinIdx, offset, -static_cast<s32>(size))) {
-        log(3, Channel::hive, "Failed to write record while initializing, record=", offset);
-        return restoreCellSize(hbinIdx, offset, static_cast<s32>(length));
-    }
-    if (size != length && !writeCellSize(hbinIdx, offset + size, static_cast<s32>(length - size + behind))) {
-        log(3, Channel::hive, "Failed to write free record while initializing, record=", offset);
-        return restoreCellSize(hbinIdx, offset, static_cast<s32>(length));
-    }
+    const u32 behind = freeBehind(record, hbinIdx, offset);
     const u32 changed = size == length ? length : length + behind;
+    const Unwritten unwritten = writeCells(hbinIdx, offset, changed, -static_cast<s32>(size));
+    if (unwritten != Unwritten::nothing) {
+        log(3, Channel::hive,
+            unwritten == Unwritten::cell ? "Failed to write record while initializing, record="
+                                         : "Failed to write free record while initializing, record=",
+            offset);
+        return restoreCellSize(hbinIdx, offset, static_cast<s32>(length));
+    }
     noteChange(hbinIdx, offset, changed, offset + size, changed - size);
     return true;
+}
+
+/// Makes one cell of `size` (negative: used), and a free one of what is left, of the whole cells that take
+/// `total` bytes from `offset` on.
+RegistryHiveObj::Unwritten RegistryHiveObj::writeCells(u32 hbinIdx, u32 offset, u32 total, s32 size) {
+    const u32 length = static_cast<u32>(size < 0 ? -size : size);
+    const auto rest = static_cast<s32>(total - length);
+    if (PLAIN_PATH || (_mode & modeWriteThrough)) {
+        if (!writeCellSize(hbinIdx, offset, size)) return Unwritten::cell;
+        if (rest && !writeCellSize(hbinIdx, offset + length, rest)) return Unwritten::rest;
+        return Unwritten::nothing;
+    }
+    if (cacheLoadHbin(hbinIdx) == NO_POSITION) return Unwritten::cell;
+    const u32 inHbin = offset - _hbins[hbinIdx].offset;
+    CachedHbin& hbin = _cache.entry(_hbins[hbinIdx].cacheSlot);
+    const u32 field = HostToL32(static_cast<u32>(size));
+    store(hbin, inHbin, &field, sizeof(field));
+    const u32 restField = HostToL32(static_cast<u32>(rest));
+    if (rest) store(hbin, inHbin + length, &restField, sizeof(restField));
+    hbin.cells.retiled(hbin.size, inHbin, inHbin + length, inHbin + total);
+    return Unwritten::nothing;
 }
 
 /// Undoes a change of a cell that failed halfway, and returns false: a failed write has changed the cache
@@ -135,7 +156,10 @@ u32 RegistryHiveObj::getFreeSpaceBehindRecord(u32 offset, bool expectUnused) {
     if (refuseUnsafe("getFreeSpaceBehindRecord")) return INVALID_RECORD;
     u32 hbinIdx = INVALID_HBIN;
     const RecordView record = cacheLoadRecord(offset, &hbinIdx, expectUnused);
-    if (!record) return 0;
+    return record ? freeBehind(record, hbinIdx, offset) : 0;
+}
+
+u32 RegistryHiveObj::freeBehind(const RecordView& record, u32 hbinIdx, u32 offset) const {
     const HbinDescriptor& hbin = _hbins[hbinIdx];
     const u32 inHbin = offset - hbin.offset;
     u64 position = u64{inHbin} + record.absoluteSize();
@@ -163,8 +187,13 @@ bool RegistryHiveObj::updateFreeSpace(u32 hbinIdx) {
     if (place == NO_POSITION) return false;
     const u32 hbinOffset = _hbins[hbinIdx].offset;
     const u32 hbinSize = _hbins[hbinIdx].size;
-    const RecordView hbin = _cache.view(static_cast<u32>(place));
-    assertCondition(hbinSize == hbin.u32At(offsetof(hive_hbin, size)), "size == _hbins[hbin_idx].size",
+    const u8* const hbin = _cache.at(static_cast<u32>(place));
+    const auto fieldAt = [hbin](u64 position) {
+        u32 field;
+        std::memcpy(&field, hbin + position, sizeof(field));
+        return L32ToHost(field);
+    };
+    assertCondition(hbinSize == fieldAt(offsetof(hive_hbin, size)), "size == _hbins[hbin_idx].size",
                     function);
     u32 largest = 0;
     u32 largestRecord = 0;
@@ -172,7 +201,7 @@ bool RegistryHiveObj::updateFreeSpace(u32 hbinIdx) {
     bool sound = true;
     u64 position = sizeof(hive_hbin);
     while (sound && position + sizeof(hive_record) < hbinSize) {
-        const auto size = static_cast<s32>(hbin.u32At(position));
+        const auto size = static_cast<s32>(fieldAt(position));
         const u32 length = size < 0 ? 0U - static_cast<u32>(size) : static_cast<u32>(size);
         const u32 record = hbinOffset + static_cast<u32>(position);
         sound = length >= sizeof(hive_record) && length % hive_hbin::RECORD_ALIGNMENT == 0;
@@ -231,20 +260,17 @@ u32 RegistryHiveObj::resizeRecord(u32 offset, u32 size, bool copyData, u32* allo
         "_hbins[hbin].size",
         function);
     if (current == wanted || (current > wanted && keepIfLarger)) return offset;
-    const u32 behind = getFreeSpaceBehindRecord(offset, false);
-    const u32 available = current + behind;
+    const u32 available = current + freeBehind(record, hbinIdx, offset);
     assertCondition(available % hive_hbin::RECORD_ALIGNMENT == 0,
                     "(recordSize + freeBehind) % hive_hbin::RECORD_ALIGNMENT == 0", function);
     if (wanted == 0) return freeRecord(hbinIdx, offset, current, available) ? 0 : INVALID_RECORD;
     if (available >= wanted) {
-        const char* failure = nullptr;
-        if (!writeCellSize(hbinIdx, offset, -static_cast<s32>(wanted)))
-            failure = "Failed to write record while resizing, record=";
-        else if (available > wanted &&
-                 !writeCellSize(hbinIdx, offset + wanted, static_cast<s32>(available - wanted)))
-            failure = "Failed to write free record while resizing, record=";
-        if (failure) {
-            log(3, Channel::hive, failure, offset);
+        const Unwritten unwritten = writeCells(hbinIdx, offset, available, -static_cast<s32>(wanted));
+        if (unwritten != Unwritten::nothing) {
+            log(3, Channel::hive,
+                unwritten == Unwritten::cell ? "Failed to write record while resizing, record="
+                                             : "Failed to write free record while resizing, record=",
+                offset);
             restoreCellSize(hbinIdx, offset, -static_cast<s32>(current));
             return INVALID_RECORD;
         }
@@ -261,7 +287,7 @@ u32 RegistryHiveObj::resizeRecord(u32 offset, u32 size, bool copyData, u32* allo
 }
 
 bool RegistryHiveObj::freeRecord(u32 hbinIdx, u32 offset, u32 current, u32 available) {
-    if (!writeCellSize(hbinIdx, offset, static_cast<s32>(available)))
+    if (writeCells(hbinIdx, offset, available, static_cast<s32>(available)) != Unwritten::nothing)
         return restoreCellSize(hbinIdx, offset, -static_cast<s32>(current));
     noteChange(hbinIdx, offset, available, offset, available);
     return true;

@@ -8,7 +8,7 @@ namespace Libraries::Files::Hive {
 
 CellMap::Answer CellMap::isBoundary(const u8* hbin, u32 size, u32 position) {
     if (position == sizeof(hive_hbin)) return Answer::boundary;
-    if (size > HBIN_READ_BUFFER_SIZE && _manyBits.empty()) _manyBits.resize(size / BYTES_PER_WORD);
+    makeBits(size);
     while (_walked < position) {
         const u32 length = RecordView(hbin + _walked, size - _walked).absoluteSize();
         if (length == 0) return Answer::zeroSizedCell;
@@ -38,6 +38,22 @@ void CellMap::changed(u32 position, u32 length) {
     }
 }
 
+void CellMap::retiled(u32 size, u32 position, u32 middle, u32 end) {
+    if (_unaligned || position > _walked || (position | middle | end) % BYTES_PER_BIT) {
+        changed(position, sizeof(hive_record));
+        changed(middle, sizeof(hive_record));
+        return;
+    }
+    makeBits(size);
+    unmark(position + 1, _walked < end ? middle : end);
+    if (middle < size) mark(middle);
+    if (_walked < end) _walked = middle < size ? middle : position;
+}
+
+void CellMap::makeBits(u32 size) {
+    if (size > HBIN_READ_BUFFER_SIZE && _manyBits.empty()) _manyBits.resize(size / BYTES_PER_WORD);
+}
+
 void CellMap::mark(u32 position) {
     if (position % BYTES_PER_BIT) {
         _unaligned = true;
@@ -48,17 +64,12 @@ void CellMap::mark(u32 position) {
 }
 
 void CellMap::unmark(u32 from, u32 end) {
-    // Whole words at once: a cell may be megabytes long.
     u32 bit = (from + BYTES_PER_BIT - 1) / BYTES_PER_BIT;
     const u32 endBit = (std::min(end, _marked) + BYTES_PER_BIT - 1) / BYTES_PER_BIT;
     while (bit < endBit) {
-        if (bit % 64 == 0 && endBit - bit >= 64) {
-            bits()[bit / 64] = 0;
-            bit += 64;
-        } else {
-            bits()[bit / 64] &= ~(u64{1} << (bit % 64));
-            ++bit;
-        }
+        const u32 count = std::min(64 - bit % 64, endBit - bit);
+        bits()[bit / 64] &= ~(~u64{0} >> (64 - count) << (bit % 64));
+        bit += count;
     }
 }
 

@@ -24,6 +24,9 @@ class CellMap {
     /// `length` bytes of the hbin from `position` on were changed: if a size field is among them, the cells
     /// behind the first such cell are unknown again.
     void changed(u32 position, u32 length);
+    /// The whole cells from `position`, a boundary found, to `end` of an hbin of `size` bytes have become
+    /// two, the second at `middle`; one when that is `end`.
+    void retiled(u32 size, u32 position, u32 middle, u32 end);
 
  private:
     static constexpr u32 BYTES_PER_BIT = hive_hbin::RECORD_ALIGNMENT;
@@ -34,6 +37,7 @@ class CellMap {
         return position == sizeof(hive_hbin) ||
                (bits()[position / BYTES_PER_WORD] >> (position / BYTES_PER_BIT % 64) & 1) != 0;
     }
+    void makeBits(u32 size);
     void mark(u32 position);
     void unmark(u32 from, u32 end);
 

@@ -7,7 +7,7 @@ namespace Libraries::Files::Hive {
 
 void HbinTable::append(const HbinDescriptor& hbin) {
     _hbins.push_back(hbin);
-    _pages.insert(_pages.end(), hbin.size / HBIN_READ_BUFFER_SIZE, size() - 1);
+    for (u32 page = 0; page < hbin.size / HBIN_READ_BUFFER_SIZE; ++page) _pages.push_back(size() - 1);
     _end = u64{hbin.offset} + hbin.size;
     if (hbin.largestFree) raise(size() - 1);
 }
@@ -24,7 +24,7 @@ void HbinTable::setLargestFree(u32 index, u32 length, u32 record, u32 otherFree)
 u32 HbinTable::firstWithRoom(u32 length) const {
     if (_maxima.empty() || _maxima[1] < length) return INVALID_HBIN;
     u32 node = 1;
-    while (node < _leaves) node = _maxima[2 * node] >= length ? 2 * node : 2 * node + 1;
+    while (node < _leaves) node = 2 * node + (_maxima[2 * node] < length);  // which way is not foreseeable
     return node - _leaves < size() ? node - _leaves : INVALID_HBIN;
 }
 
@@ -41,7 +41,9 @@ void HbinTable::raise(u32 index) {
     _maxima[node] = _hbins[index].largestFree;
     while (node > 1) {
         node /= 2;
-        _maxima[node] = std::max(_maxima[2 * node], _maxima[2 * node + 1]);
+        const u32 maximum = std::max(_maxima[2 * node], _maxima[2 * node + 1]);
+        if (_maxima[node] == maximum) return;
+        _maxima[node] = maximum;
     }
 }
 

@@ -1,9 +1,7 @@
 #pragma once
 
-#include <deque>
-
+#include "hive/chunkedarray.h"
 #include "hive/format.h"
-#include "platform/system/heap.h"
 
 namespace Libraries::Files::Hive {
 
@@ -12,8 +10,8 @@ constexpr u32 UNKNOWN_LENGTH = 0xFFFFFFFF;
 
 /// One known hbin.
 struct HbinDescriptor {
-    u32 offset;                      // in the hbins area
-    u32 size;                        // bytes
+    u32 offset = 0;                  // in the hbins area
+    u32 size = 0;                    // bytes
     u32 largestFree = 0;             // length of the largest free cell, 0 when none is known
     u32 largestFreeRecord = 0;       // its record offset
     u32 otherFree = UNKNOWN_LENGTH;  // no other free cell is longer; unknown when the cells are not sound
@@ -28,7 +26,7 @@ struct HbinDescriptor {
 /// hbin of an offset at once and the first hbin with room in logarithmic time.
 class HbinTable {
  public:
-    u32 size() const { return static_cast<u32>(_hbins.size()); }
+    u32 size() const { return _hbins.size(); }
     bool empty() const { return _hbins.empty(); }
     /// Where the next hbin behind the known ones starts.
     u64 end() const { return _end; }
@@ -57,9 +55,8 @@ class HbinTable {
  private:
     void raise(u32 index);
 
-    // A deque: a growing table never holds itself twice, which matters for hives of many thousand hbins.
-    std::deque<HbinDescriptor, Platform::ArrayAllocator<HbinDescriptor>> _hbins;
-    std::deque<u32, Platform::ArrayAllocator<u32>> _pages;  // the hbin of every 4096 bytes
+    ChunkedArray<HbinDescriptor> _hbins;
+    ChunkedArray<u32> _pages;  // the hbin of every 4096 bytes
     u64 _end = 0;
     // A binary tree of maxima over `largestFree`, root at 1, leaves from `_leaves` on; empty while all are 0.
     Platform::Array<u32> _maxima;

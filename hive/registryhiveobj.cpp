@@ -172,7 +172,7 @@ bool RegistryHiveObj::refuseUnsafe(const char* operation) const {
     return true;
 }
 
-bool RegistryHiveObj::refuseChange(const char* operation) const {
+bool RegistryHiveObj::refuseChangeHere(const char* operation) const {
     if (readonly()) {
         Error::set(ErrorCode::readOnly);
         return true;

@@ -130,10 +130,18 @@ class RegistryHiveObj final : public HiveFile, public Object {
     bool isCellBoundary(u32 hbinIdx, u32 position, u32 offset);
 
     bool refuseUnsafe(const char* operation) const;
-    bool refuseChange(const char* operation) const;
-    bool writeCached(CachedHbin& hbin, u32 offsetInHbin, const void* data, u32 length);
+    bool refuseChange(const char* operation) const {
+        return (_mode & (modeReadOnly | modeUnsafe)) != 0 && refuseChangeHere(operation);
+    }
+    bool refuseChangeHere(const char* operation) const;
+    bool store(CachedHbin& hbin, u32 offsetInHbin, const void* data, u32 length);
     bool writeThrough(const CachedHbin& hbin, u32 offsetInHbin, u32 length);
     bool writeCellSize(u32 hbinIdx, u32 offset, s32 size);
+
+    /// What could not be written of a cell and the free cell behind it.
+    enum class Unwritten { nothing, cell, rest };
+    Unwritten writeCells(u32 hbinIdx, u32 offset, u32 total, s32 size);
+    u32 freeBehind(const RecordView& record, u32 hbinIdx, u32 offset) const;
 
     u32 appendHbin(u32 length);
     bool growFile(u32 newSize);

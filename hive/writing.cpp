@@ -27,7 +27,8 @@ bool RegistryHiveObj::writeRecord(u32 offset, const void* data, u32 offsetInReco
         "offsetOfRecord > _hbins[hbin].offset && offsetOfRecord + recordsize <= _hbins[hbin].offset + "
         "_hbins[hbin].size",
         function);
-    return writeCached(_cache.entry(hbin.cacheSlot), offset - hbin.offset + offsetInRecord, data, length);
+    // No cell's size field is among the bytes, so the cell map stays right.
+    return store(_cache.entry(hbin.cacheSlot), offset - hbin.offset + offsetInRecord, data, length);
 }
 
 bool RegistryHiveObj::writeHBIN(u32 hbinIdx, u32 offsetInHbin, const void* data, u32 length) {
@@ -37,14 +38,16 @@ bool RegistryHiveObj::writeHBIN(u32 hbinIdx, u32 offsetInHbin, const void* data,
         return false;
     const u64 position = cacheLoadHbin(hbinIdx);
     if (position == NO_POSITION) return false;
-    return writeCached(_cache.entry(_hbins[hbinIdx].cacheSlot), offsetInHbin, data, length);
-}
-
-bool RegistryHiveObj::writeCached(CachedHbin& hbin, u32 offsetInHbin, const void* data, u32 length) {
+    CachedHbin& hbin = _cache.entry(_hbins[hbinIdx].cacheSlot);
     if (u64{offsetInHbin} + length > hbin.size) return false;
-    Mem::copy(_cache.at(hbin.position + offsetInHbin), data, length);
     if (offsetInHbin < sizeof(hive_hbin)) hbin.headChecked = false;
     hbin.cells.changed(offsetInHbin, length);
+    return store(hbin, offsetInHbin, data, length);
+}
+
+/// Changes a cached hbin and writes it through or remembers that it changed. REQUIRES: the bytes lie inside.
+bool RegistryHiveObj::store(CachedHbin& hbin, u32 offsetInHbin, const void* data, u32 length) {
+    Mem::copy(_cache.at(hbin.position + offsetInHbin), data, length);
     if (_mode & modeWriteThrough) return writeThrough(hbin, offsetInHbin, length);
     hbin.dirty = true;
     return true;
