@@ -108,7 +108,7 @@ Ref<KeyObj> RegistryHiveObj::rootObj() {
         Error::set(ErrorCode::badHive);
         return nullptr;
     }
-    const MonGuard guard(_mon);
+    const MonGuard guard(*_mon);
     if (!_cache.mapped()) {
         Error::set(ErrorCode::badHive);
         return nullptr;
@@ -145,7 +145,7 @@ Ref<SecurityDescriptorIterator> RegistryHiveObj::securityDescriptorIterator() {
 }
 
 HiveHeader RegistryHiveObj::header() const {
-    const MonGuard guard(_mon);
+    const MonGuard guard(*_mon);
     HiveHeader result;
     result.primarySequence = L32ToHost(_header.primarySequence);
     result.secondarySequence = L32ToHost(_header.secondarySequence);

@@ -39,6 +39,8 @@ class RegistryHiveObj final : public HiveFile, public Object {
     bool valid() const override { return _valid; }
     HiveCodepage codepage() const override { return _codepage; }
     Ref<Mon> mon() const override { return _mon; }
+    /// The same for those who hold the hive.
+    Mon& monitor() const { return *_mon; }
     Ref<SecurityDescriptorIterator> securityDescriptorIterator() override;
     HiveHeader header() const override;
     bool usage(HiveUsage& usage) override;

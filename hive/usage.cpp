@@ -47,7 +47,7 @@ bool RegistryHiveObj::usage(HiveUsage& usage) {
         Error::set(ErrorCode::badHive);
         return false;
     }
-    const MonGuard guard(_mon);
+    const MonGuard guard(*_mon);
     if (!internalFlush()) return false;
     // Past the cache, which a look at every hbin would only churn.
     Window window(_file);

@@ -89,7 +89,7 @@ bool RegistryHiveObj::internalFlush() {
 }
 
 bool RegistryHiveObj::flush() {
-    const MonGuard guard(_mon);
+    const MonGuard guard(*_mon);
     if (readonly()) return true;
     return internalFlush() && (!_item || _item->flush());
 }

@@ -17,7 +17,7 @@ constexpr u32 MAX_SPACERS = 4;
 class HiveGuard {
  public:
     explicit HiveGuard(const Ref<Key>& key) {
-        if (const Ref<KeyObj> own = refCast<KeyObj>(key)) _guard.emplace(own->hive()->mon());
+        if (const Ref<KeyObj> own = refCast<KeyObj>(key)) _guard.emplace(own->hive()->monitor());
     }
 
  private:

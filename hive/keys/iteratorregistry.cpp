@@ -22,7 +22,7 @@ void registerIterator(Array<WeakRef<Iterator>>& registry, const Ref<Iterator>& i
 
 Ref<KeyIterator> KeyObj::keyIterator() {
     if (!_valid) return nullptr;
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     auto iterator = makeRef<KeyIteratorObj>(Ref<KeyObj>(this));
     registerIterator(_keyIterators, iterator);
     return iterator;
@@ -30,7 +30,7 @@ Ref<KeyIterator> KeyObj::keyIterator() {
 
 Ref<ValueIterator> KeyObj::valueIterator() {
     if (!_valid) return nullptr;
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     auto iterator = makeRef<ValueIteratorObj>(Ref<KeyObj>(this));
     registerIterator(_valueIterators, iterator);
     return iterator;

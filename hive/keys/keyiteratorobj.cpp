@@ -15,7 +15,7 @@ u32 KeyIteratorObj::count() {
 }
 
 Ref<Key> KeyIteratorObj::next() {
-    const MonGuard guard(_key->hive()->mon());
+    const MonGuard guard(_key->hive()->monitor());
     u32 index = 0;
     return _position.take(count(), index) ? Ref<Key>(_key->key(index)) : nullptr;
 }

@@ -7,7 +7,7 @@
 namespace Libraries::Files::Hive {
 
 bool KeyObj::move(Ref<Key> key, Ref<String> newName) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!canChange()) return false;
     if (!newName) return ErrorCode::fail(ErrorCode::nullArgument);
     const Ref<KeyObj> moved = refCast<KeyObj>(key);
@@ -121,7 +121,7 @@ void KeyObj::updateParentOfSubkeys(u32 oldCell) {
 }
 
 bool KeyObj::move(Ref<Value> value, Ref<String> newName) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!canChange()) return false;
     if (!newName) return ErrorCode::fail(ErrorCode::nullArgument);
     if (this->value(newName)) return ErrorCode::fail(ErrorCode::moveValueExists);

@@ -10,7 +10,7 @@ Ref<Key> KeyObj::createKey(Ref<String> name) {
         Error::set(errorCode);
         return Ref<Key>();
     };
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!canChange()) return nullptr;
     if (!name) return refuse(ErrorCode::nullArgument);
     if (!initSubkeys()) return nullptr;
@@ -69,7 +69,7 @@ u32 KeyObj::writeNewKey(const Ref<String>& name, SubkeyHash& hash) {
 }
 
 bool KeyObj::deleteKey(Ref<Key> key) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!canChange()) return false;
     const Ref<KeyObj> own = refCast<KeyObj>(key);
     if (!own) return ErrorCode::fail(ErrorCode::wrongArgument);

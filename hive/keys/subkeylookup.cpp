@@ -15,7 +15,7 @@ SubkeyEntry* KeyObj::subkeyAt(u32 index) {
 }
 
 Ref<KeyObj> KeyObj::key(u32 index) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     SubkeyEntry* const entry = subkeyAt(index);
     if (!entry) return nullptr;
     if (Ref<KeyObj> live = entry->key.lock()) return live;
@@ -48,7 +48,7 @@ bool KeyObj::compareSubkey(u32 index, const FoldedName& name, int& order, bool& 
 }
 
 Ref<Key> KeyObj::key(Ref<String> name) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!_valid) return nullptr;
     if (!name) {
         Error::set(ErrorCode::nullArgument);

@@ -16,7 +16,7 @@ u32 ValueIteratorObj::count() {
 }
 
 Ref<Value> ValueIteratorObj::next() {
-    const MonGuard guard(_key->hive()->mon());
+    const MonGuard guard(_key->hive()->monitor());
     u32 index = 0;
     return _position.take(count(), index) ? Ref<Value>(_key->value(index)) : nullptr;
 }

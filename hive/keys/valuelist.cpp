@@ -38,7 +38,7 @@ bool KeyObj::initValues() {
 }
 
 Ref<ValueObj> KeyObj::value(u32 index) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!_valid || index >= _numOfValues || !initValues()) return nullptr;
     assertCondition(_values.size() == _numOfValues, "_values.size() == _numOfValues",
                     "Libraries::Files::Hive::KeyObj::value");
@@ -54,7 +54,7 @@ Ref<ValueObj> KeyObj::value(u32 index) {
 }
 
 Ref<Value> KeyObj::value(Ref<String> name) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!_valid) return nullptr;
     if (!name) {
         Error::set(ErrorCode::nullArgument);
@@ -79,7 +79,7 @@ Ref<Value> KeyObj::value(Ref<String> name) {
 }
 
 Ref<Value> KeyObj::createValue(Ref<String> name, Value::ValueType type) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!canChange()) return nullptr;
     if (!name) {
         Error::set(ErrorCode::nullArgument);
@@ -113,7 +113,7 @@ bool KeyObj::mayBeNamed(u32 index, u32 nameHash, bool& readable) {
 }
 
 bool KeyObj::deleteValue(Ref<Value> value) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!canChange()) return false;
     const Ref<ValueObj> own = refCast<ValueObj>(value);
     if (!own) return ErrorCode::fail(ErrorCode::wrongArgument);

@@ -18,7 +18,7 @@ bool SecurityDescriptorIteratorObj::rewind() {
 
 Ref<SecurityDescriptor> SecurityDescriptorIteratorObj::next() {
     if (_current == INVALID_RECORD) return nullptr;
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     Ref<SecurityDescriptorObj> descriptor = SecurityDescriptorObj::create(_hive, _current);
     if (!descriptor) {
         _current = INVALID_RECORD;

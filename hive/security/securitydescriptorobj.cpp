@@ -36,7 +36,7 @@ bool SecurityDescriptorObj::check(const RecordView& record, int firstLine, const
 }
 
 Ref<TConstArray<unsigned char>> SecurityDescriptorObj::get() {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     const RecordView record = _hive->cacheLoadRecord(_cell);
     if (!check(record, 76, "Libraries::Files::Hive::SecurityDescriptorObj::get")) return nullptr;
     const u32 length = L32ToHost(record.as<hive_record_sk>().descriptorSize);
@@ -47,7 +47,7 @@ Ref<TConstArray<unsigned char>> SecurityDescriptorObj::get() {
 }
 
 bool SecurityDescriptorObj::set(const void* data, u32 length) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     const RecordView record = _hive->cacheLoadRecord(_cell);
     if (!check(record, 94, "Libraries::Files::Hive::SecurityDescriptorObj::set")) return false;
     if (length != L32ToHost(record.as<hive_record_sk>().descriptorSize)) return false;
@@ -55,7 +55,7 @@ bool SecurityDescriptorObj::set(const void* data, u32 length) {
 }
 
 u32 SecurityDescriptorObj::users() {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     const RecordView record = _hive->cacheLoadRecord(_cell);
     return record && isSk(record) ? L32ToHost(record.as<hive_record_sk>().refCount) : 0;
 }

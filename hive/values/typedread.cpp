@@ -35,7 +35,7 @@ bool ValueObj::readUnits(u32 units, Utf16Buffer& text) {
 }
 
 Ref<String> ValueObj::string(u32 maxLength) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     Utf16Buffer text;
     if (!_valid || (_type != valueString && _type != valueExpandString)) {
         ErrorCode::fail(_valid ? ErrorCode::wrongType : ErrorCode::invalidObject);
@@ -53,7 +53,7 @@ Ref<String> ValueObj::string(u32 maxLength) {
 }
 
 Ref<TVector<Ref<String>>> ValueObj::strings(u32 maxLength) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!_valid || _type != valueStrings) {
         ErrorCode::fail(_valid ? ErrorCode::wrongType : ErrorCode::invalidObject);
         return nullptr;
@@ -82,7 +82,7 @@ Ref<TVector<Ref<String>>> ValueObj::strings(u32 maxLength) {
 }
 
 u64 ValueObj::number() {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!_valid) {
         ErrorCode::fail(ErrorCode::invalidObject);
         return NO_NUMBER;

@@ -31,7 +31,7 @@ bool ValueObj::replaceData(const void* data, u32 bytes, const char* resizeFailur
 }
 
 bool ValueObj::setString(Ref<String> text) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!text) return ErrorCode::fail(ErrorCode::nullArgument);
     if (!canSet(_type == valueString || _type == valueExpandString)) return false;
     const std::u16string_view units = text->view().substr(0, text->view().find(u'\0'));
@@ -44,7 +44,7 @@ bool ValueObj::setString(Ref<String> text) {
 }
 
 bool ValueObj::setStrings(Ref<TVector<Ref<String>>> texts) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!texts) return ErrorCode::fail(ErrorCode::nullArgument);
     if (!canSet(_type == valueStrings)) return false;
     u64 room = 1;  // units, were each character to take two
@@ -65,7 +65,7 @@ bool ValueObj::setStrings(Ref<TVector<Ref<String>>> texts) {
 }
 
 bool ValueObj::setNumber(u64 number) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     const u32 bytes = datasizeFormType(_type);
     if (!canSet(bytes != 0)) return false;
     if (_dataSize != bytes) return ErrorCode::fail(ErrorCode::wrongNumberLength);

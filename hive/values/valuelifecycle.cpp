@@ -61,7 +61,7 @@ Ref<ValueObj> ValueObj::createValue(const Ref<RegistryHiveObj>& hive, const Ref<
 }
 
 u32 ValueObj::setName(const Ref<String>& name) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!_valid) {
         Error::set(ErrorCode::invalidObject);
         return INVALID_RECORD;
@@ -92,7 +92,7 @@ u32 ValueObj::setName(const Ref<String>& name) {
 }
 
 bool ValueObj::selfDelete() {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!_valid || !freeAllExtents()) return false;
     _valid = false;
     _extents.clear();

@@ -10,7 +10,7 @@ constexpr auto function = "Libraries::Files::Hive::ValueObj::read";
 }  // namespace
 
 u32 ValueObj::read(ShPtr destination, u32 offset, u32 count) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!_valid) {
         Error::set(ErrorCode::invalidObject);
         return 0;

@@ -21,7 +21,7 @@ bool canBeStored(u32 size, bool isV13) {
 }  // namespace
 
 u32 ValueObj::size(u32 newSize) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!_valid || _readOnly) {
         Error::set(_valid ? ErrorCode::readOnly : ErrorCode::invalidObject);
         return 0;

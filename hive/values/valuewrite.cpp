@@ -10,7 +10,7 @@ constexpr auto function = "Libraries::Files::Hive::ValueObj::write";
 }  // namespace
 
 u32 ValueObj::write(ShPtr source, u32 offset, u32 count) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!_valid || _readOnly) {
         Error::set(_valid ? ErrorCode::readOnly : ErrorCode::invalidObject);
         return 0;
@@ -45,7 +45,7 @@ bool ValueObj::updateVkRecord() {
 }
 
 bool ValueObj::setType(ValueType type) {
-    const MonGuard guard(_hive->mon());
+    const MonGuard guard(_hive->monitor());
     if (!_valid) {
         Error::set(ErrorCode::invalidObject);
         return false;

@@ -24,10 +24,6 @@ void* Heap::mustAlloc(u64 bytes) {
     return memory;
 }
 
-void Heap::free(void* buffer) {
-    std::free(buffer);
-}
-
 void Heap::failAt(u64 call, bool lasting) {
     _lasting.store(lasting, std::memory_order_relaxed);
     _failAt.store(call, std::memory_order_relaxed);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdlib>
 #include <memory>
 #include <new>
 #include <string>
@@ -23,7 +24,7 @@ class PLATFORM_API Heap {
     static void* alloc(u64 bytes);
     /// The same, but ends the process when there is no memory.
     static void* mustAlloc(u64 bytes);
-    static void free(void* buffer);
+    static void free(void* buffer) { std::free(buffer); }
 
     /// For tests: of the allocations from now on, shared memory included, the `call`-th fails (from 1; 0:
     /// none), and those behind it too when `lasting`. Thread-safe.

@@ -4,17 +4,9 @@ namespace Platform {
 
 RefCount::~RefCount() = default;
 
-void RefCount::decRef() const {
-    if (_count.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+void RefCount::destroy() const {
     lastRefGone();
     delete this;
-}
-
-bool RefCount::incRefIfAlive() const {
-    u32 count = _count.load(std::memory_order_relaxed);
-    while (count != 0)
-        if (_count.compare_exchange_weak(count, count + 1, std::memory_order_relaxed)) return true;
-    return false;
 }
 
 Object::~Object() {
@@ -37,11 +29,8 @@ GcProxy* Object::gcproxy() const {
     return proxy;
 }
 
-void GcProxy::decWeakRef() {
-    if (_weakCount.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
-}
-
 bool GcProxy::lockWeakRef() {
+    if (onlyThread()) return _object && _object->incRefIfAlive();
     enter();
     const bool alive = _object && _object->incRefIfAlive();
     leave();
@@ -49,6 +38,10 @@ bool GcProxy::lockWeakRef() {
 }
 
 void GcProxy::objectGone() {
+    if (onlyThread()) {
+        _object = nullptr;
+        return;
+    }
     enter();
     _object = nullptr;
     leave();

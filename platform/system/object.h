@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "platform/system/counter.h"
 #include "platform/system/export.h"
 #include "platform/system/heap.h"
 #include "platform/system/ref.h"
@@ -20,8 +21,10 @@ class PLATFORM_API RefCount {
     RefCount(const RefCount&) = delete;
     RefCount& operator=(const RefCount&) = delete;
 
-    void incRef() const { _count.fetch_add(1, std::memory_order_relaxed); }
-    void decRef() const;
+    void incRef() const { _count.increment(); }
+    void decRef() const {
+        if (_count.decrement()) destroy();
+    }
 
     // Without memory for an object the process ends, see Heap.
     static void* operator new(std::size_t bytes) { return Heap::mustAlloc(bytes); }
@@ -37,9 +40,10 @@ class PLATFORM_API RefCount {
  private:
     friend class GcProxy;
     /// Takes a count unless the object is already dying. REQUIRES: the object's memory is still valid.
-    bool incRefIfAlive() const;
+    bool incRefIfAlive() const { return _count.incrementIfAny(); }
+    void destroy() const;
 
-    mutable std::atomic<u32> _count{0};
+    mutable RefCounter _count{0};
 };
 
 /// A counted object that can also be referred to weakly.
@@ -68,8 +72,10 @@ class PLATFORM_API GcProxy {
     GcProxy(const GcProxy&) = delete;
     GcProxy& operator=(const GcProxy&) = delete;
 
-    void incWeakRef() { _weakCount.fetch_add(1, std::memory_order_relaxed); }
-    void decWeakRef();
+    void incWeakRef() { _weakCount.increment(); }
+    void decWeakRef() {
+        if (_weakCount.decrement()) delete this;
+    }
 
     /// Takes a strong count on the object. Returns false when it is gone; on true the caller owns the count.
     bool lockWeakRef();
@@ -85,7 +91,7 @@ class PLATFORM_API GcProxy {
     void enter();
     void leave();
 
-    std::atomic<u32> _weakCount{1};
+    RefCounter _weakCount{1};
     std::atomic<bool> _busy{
         false};  // guards _object; a full mutex would triple the size of every weak reference
     const Object* _object;

@@ -56,11 +56,15 @@ class PLATFORM_API String final : public Object {
 
     /// The one-to-one upper case of a unit where the pair maps back (so U+0131, U+017F, U+00B5 and U+00DF
     /// stay as they are), otherwise the unit itself.
-    static char16_t upperUnit(char16_t unit);
+    static char16_t upperUnit(char16_t unit) {
+        if (unit < 0x80) return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - 0x20) : unit;
+        return upperBeyondAscii(unit);
+    }
 
  private:
     template <typename T, typename... Args>
     friend Ref<T> makeRef(Args&&... args);
+    static char16_t upperBeyondAscii(char16_t unit);
     explicit String(Utf16Buffer units) : _units(std::move(units)) {}
 
     const Utf16Buffer _units;

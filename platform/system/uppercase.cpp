@@ -78,19 +78,14 @@ constexpr CaseRange CASE_RANGES[] = {
 };
 // clang-format on
 
-char16_t upperBeyondAscii(char16_t unit) {
+}  // namespace
+
+char16_t String::upperBeyondAscii(char16_t unit) {
     const auto* const range = std::lower_bound(std::begin(CASE_RANGES), std::end(CASE_RANGES), unit,
                                                [](const CaseRange& r, char16_t u) { return r.last < u; });
     if (range == std::end(CASE_RANGES) || unit < range->first) return unit;
     if ((unit - range->first) % range->stride != 0) return unit;
     return static_cast<char16_t>(unit + range->delta);
-}
-
-}  // namespace
-
-char16_t String::upperUnit(char16_t unit) {
-    if (unit < 0x80) return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - 0x20) : unit;
-    return upperBeyondAscii(unit);
 }
 
 }  // namespace Platform
