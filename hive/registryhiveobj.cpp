@@ -114,7 +114,7 @@ Ref<KeyObj> RegistryHiveObj::rootObj() {
         return nullptr;
     }
     if (Ref<KeyObj> live = _root.lock()) return live;
-    auto root = makeRef<KeyObj>(Ref<RegistryHiveObj>(this), _rootCell, nullptr);
+    auto root = makeRef<KeyObj>(Ref<RegistryHiveObj>(this), _rootCell, nullptr, _knownKeys.root());
     if (!root->valid()) {
         log(3, Channel::hive, "Root key not valid");
         _valid = false;

@@ -5,6 +5,7 @@
 #include "hive/hbincache.h"
 #include "hive/hbintable.h"
 #include "hive/hivefile.h"
+#include "hive/keys/knownkey.h"
 #include "hive/readonlycache.h"
 #include "platform/filesys/file.h"
 #include "platform/system/heap.h"
@@ -59,6 +60,9 @@ class RegistryHiveObj final : public HiveFile, public Object {
     /// longer) and on success the bytes stored; `compressed` tells the form. Null on failure, without an
     /// error code.
     HeapBuffer stringToRegName(const Ref<String>& name, u64& length, bool& compressed) const;
+
+    /// What searches know of the keys; of a read-only hive.
+    KnownKeys& knownKeys() { return _knownKeys; }
 
     // Record access (recordaccess.cpp). Results stay valid until the next store operation.
 
@@ -164,6 +168,7 @@ class RegistryHiveObj final : public HiveFile, public Object {
     u32 _rootCell = INVALID_RECORD;
     const HiveCodepage _codepage;
     HbinTable _hbins;
+    KnownKeys _knownKeys;
     std::atomic<bool> _valid{false};
 };
 

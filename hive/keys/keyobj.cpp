@@ -7,9 +7,10 @@
 
 namespace Libraries::Files::Hive {
 
-KeyObj::KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent)
+KeyObj::KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, Ref<KnownKey> known)
     : _hive(std::move(hive)),
       _parent(std::move(parent)),
+      _known(std::move(known)),
       _recordOfs(recordOfs),
       _depth(_parent ? _parent->_depth + 1 : 0),
       _codepage(_hive->codepage()),
@@ -20,20 +21,30 @@ KeyObj::KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent)
 KeyObj::~KeyObj() = default;
 
 bool KeyObj::loadRecord() {
+    if (_known) {
+        _name.set(_known->name());
+        takeRecord(_known->record());
+        _subkeysLoaded = true;
+        return true;
+    }
     KeyRecord record;
     if (!record.load(*_hive, _recordOfs, _depth)) return false;
     // The root key is nameless: paths begin below it, whatever its record says.
     _name.set(_parent ? record.name() : String::create());
+    takeRecord(record.fixedPart());
+    return true;
+}
+
+void KeyObj::takeRecord(const hive_record_nk& record) {
     const auto cellOrNone = [](u32 field) {
         return L32ToHost(field) == INVALID_RECORD ? 0 : L32ToHost(field);
     };
-    _record = record.fixedPart();
+    _record = record;
     _numOfKeys = L32ToHost(_record.numOfKeys);
     _keyListCell = cellOrNone(_record.keyList);
     _numOfValues = L32ToHost(_record.numOfValues);
     _valueListCell = cellOrNone(_record.valueList);
     _listType = _hive->versionMinor() == 3 ? keyListLF : keyListLH;
-    return true;
 }
 
 void KeyObj::setParent(Ref<KeyObj> parent) {

@@ -44,8 +44,9 @@ class HIVE_API KeyObj final : public Key, public Object {
     static constexpr u32 MAX_KEY_DEPTH = KeyRecord::MAX_DEPTH;
 
     /// Reads the key at `recordOfs`; check `valid()`. `parent` is null for the root key, and only for it.
-    /// Error: 0x2004 no readable nk record. Internal.
-    KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent);
+    /// Where the key is known (may be null) its record is not looked at. Error: 0x2004 no readable nk record.
+    /// Internal.
+    KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, Ref<KnownKey> known = nullptr);
     ~KeyObj() override;
 
     Ref<String> name() override { return _valid ? _name.get() : nullptr; }
@@ -127,7 +128,14 @@ class HIVE_API KeyObj final : public Key, public Object {
     bool canChange() const;
     bool loadRecord();
 
-    SubkeyEntry* subkeyAt(u32 index);
+    bool hasSubkey(u32 index);
+    u32 subkeyRecord(u32 index) {
+        return _known ? _known->subkeys()[index].record : _keyList.at(index).record;
+    }
+    Ref<KeyObj> liveSubkey(u32 index);
+    void keepSubkey(u32 index, const Ref<KeyObj>& key);
+    void becomeKnown(bool listInUse);
+    void takeRecord(const hive_record_nk& record);
     void foresee(const FoldedName& name) const;
     bool compareSubkey(u32 index, const FoldedName& name, int& order, bool& isEmpty);
     bool loadTopList(const RecordView& record);
@@ -161,7 +169,10 @@ class HIVE_API KeyObj final : public Key, public Object {
     Ref<KeyObj> _parent;
     Array<WeakRef<KeyIteratorObj>> _keyIterators;
     Array<WeakRef<ValueIteratorObj>> _valueIterators;
-    SubkeyList _keyList;
+    SubkeyList _keyList;     // empty where the list of `_known` serves
+    Ref<KnownKey> _known;    // of a read-only hive, once its subkeys were searched
+    SubkeyObjects _subkeys;  // the objects last built for subkeys, where `_keyList` is empty
+    u32 _place = NO_INDEX;   // in the parent's list, when it was built
     Array<ValueEntry> _values;
     NameSlot _name;
     hive_record_nk _record{};  // in file byte order

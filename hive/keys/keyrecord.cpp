@@ -45,18 +45,12 @@ Ref<String> KeyRecord::name() const {
 }
 
 int KeyRecord::compareName(const FoldedName& other, bool& isEmpty) const {
-    const u16 length = L16ToHost(_nk.nameLength);
-    const u8* const bytes = _view.bytesAt(sizeof(_nk), length);
-    if (bytes && isCompressed() && _codepage == HiveFile::hiveCodepageLatin1) {
+    int order = 0;
+    const bool plain = plainName([&](u64 length, auto unitAt) {
         isEmpty = length == 0;
-        return other.compareOther(length, [bytes](u64 i) { return char16_t{bytes[i]}; });
-    }
-    if (bytes && !isCompressed()) {
-        isEmpty = length < 2;
-        return other.compareOther(length / 2U, [bytes](u64 i) {
-            return static_cast<char16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
-        });
-    }
+        order = other.compareOther(length, unitAt);
+    });
+    if (plain) return order;
     const Ref<String> own = name();
     isEmpty = !own || own->isEmpty();
     return other.compareOther(own ? own->view() : std::u16string_view());

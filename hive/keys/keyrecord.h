@@ -20,6 +20,20 @@ class KeyRecord {
     const hive_record_nk& fixedPart() const { return _nk; }
     /// The name; null, with a log line, when a byte of it has no character.
     Ref<String> name() const;
+    /// Calls `use(length, unitAt)` with the units of a name that stands there as it is, one byte or two to a
+    /// unit; false, without a call, when its bytes have to be converted.
+    template <typename Use>
+    bool plainName(Use use) const {
+        const u16 length = L16ToHost(_nk.nameLength);
+        const u8* const bytes = _view.bytesAt(sizeof(_nk), length);
+        if (!bytes || (isCompressed() && _codepage != HiveFile::hiveCodepageLatin1)) return false;
+        if (isCompressed())
+            use(length, [bytes](u64 i) { return char16_t{bytes[i]}; });
+        else
+            use(length / 2U,
+                [bytes](u64 i) { return static_cast<char16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8); });
+        return true;
+    }
     /// How the name, upper-cased, compares with `other`: less than 0, 0 or greater than 0. A name that is
     /// null counts as empty; `isEmpty` tells of both.
     int compareName(const FoldedName& other, bool& isEmpty) const;

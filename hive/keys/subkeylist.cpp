@@ -59,4 +59,22 @@ void SubkeyList::renumber(u32 from) {
     for (u32 j = from; j < _sublists.size(); ++j) _sublists[j].start = j ? _sublists[j - 1].end() : 0;
 }
 
+Platform::Ref<KeyObj> SubkeyObjects::find(u32 index) const {
+    if (!_all.empty()) return _all[index].lock();
+    return index == _index ? _only.lock() : nullptr;
+}
+
+void SubkeyObjects::keep(u32 index, u32 count, const Platform::Ref<KeyObj>& key) {
+    if (_all.empty() && _only.lock()) {
+        _all.resize(count);
+        _all[_index] = std::move(_only);
+    }
+    if (!_all.empty()) {
+        _all[index] = Platform::WeakRef<KeyObj>(key);
+        return;
+    }
+    _index = index;
+    _only = Platform::WeakRef<KeyObj>(key);
+}
+
 }  // namespace Libraries::Files::Hive

@@ -72,4 +72,19 @@ class SubkeyList {
     Platform::Array<Sublist> _sublists;
 };
 
+/// The objects last built for a key's subkeys, by index. There is mostly one at a time, which then takes no
+/// array.
+class SubkeyObjects {
+ public:
+    /// The object of the subkey at `index`, null when there is none alive.
+    Platform::Ref<KeyObj> find(u32 index) const;
+    /// Keeps the object of the subkey at `index` of `count`.
+    void keep(u32 index, u32 count, const Platform::Ref<KeyObj>& key);
+
+ private:
+    u32 _index = 0;
+    Platform::WeakRef<KeyObj> _only;                  // of the subkey at `_index`, while `_all` is empty
+    Platform::Array<Platform::WeakRef<KeyObj>> _all;  // by index
+};
+
 }  // namespace Libraries::Files::Hive

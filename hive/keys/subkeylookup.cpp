@@ -6,22 +6,50 @@
 
 namespace Libraries::Files::Hive {
 
-/// The entry of the list at an index, the list being loaded; null when there is none.
-SubkeyEntry* KeyObj::subkeyAt(u32 index) {
-    if (!_valid || index >= _numOfKeys || !initSubkeys()) return nullptr;
-    assertCondition(_keyList.size() == _numOfKeys, "_keyList.size() == _numOfKeys",
+/// Whether the list has an entry at an index; loads the list.
+bool KeyObj::hasSubkey(u32 index) {
+    if (!_valid || index >= _numOfKeys || !initSubkeys()) return false;
+    const u64 size = _known ? _known->subkeys().size() : _keyList.size();
+    assertCondition(size == _numOfKeys, "_keyList.size() == _numOfKeys",
                     "Libraries::Files::Hive::KeyObj::key");
-    return index < _keyList.size() ? &_keyList.at(index) : nullptr;
+    return index < size;
+}
+
+/// The object of the subkey at an index if anybody holds it. REQUIRES: hasSubkey(index).
+Ref<KeyObj> KeyObj::liveSubkey(u32 index) {
+    return _keyList.size() ? _keyList.at(index).key.lock() : _subkeys.find(index);
+}
+
+void KeyObj::keepSubkey(u32 index, const Ref<KeyObj>& key) {
+    if (_keyList.size())
+        _keyList.at(index).key = WeakRef<KeyObj>(key);
+    else
+        _subkeys.keep(index, _numOfKeys, key);
+}
+
+/// Has what a search finds out about this key and its subkeys known to later objects for it: where nothing
+/// can change and a way leads from the root here through keys that are known. `listInUse`: the list may hold
+/// objects of subkeys.
+void KeyObj::becomeKnown(bool listInUse) {
+    const bool reachable = !_parent || (_parent->_known && _place != NO_INDEX);
+    if (PLAIN_PATH || _known || !_readOnly || !reachable || !_name.get()) return;
+    _known = makeRef<KnownKey>(_record, _name.get(), _keyList);
+    if (!listInUse) _keyList.clear();
+    if (_parent)
+        _hive->knownKeys().add(_parent->_known, _place, _known);
+    else
+        _hive->knownKeys().setRoot(_known);
 }
 
 Ref<KeyObj> KeyObj::key(u32 index) {
     const MonGuard guard(_hive->monitor());
-    SubkeyEntry* const entry = subkeyAt(index);
-    if (!entry) return nullptr;
-    if (Ref<KeyObj> live = entry->key.lock()) return live;
-    auto built = makeRef<KeyObj>(_hive, entry->record, Ref<KeyObj>(this));
+    if (!hasSubkey(index)) return nullptr;
+    if (Ref<KeyObj> live = liveSubkey(index)) return live;
+    auto built = makeRef<KeyObj>(_hive, subkeyRecord(index), Ref<KeyObj>(this),
+                                 _known ? _known->subkeys()[index].key : nullptr);
+    built->_place = index;
     if (built->valid())
-        entry->key = WeakRef<KeyObj>(built);
+        keepSubkey(index, built);
     else
         log(3, Channel::hive, "New created KeyObj not valid");
     return built;
@@ -30,20 +58,24 @@ Ref<KeyObj> KeyObj::key(u32 index) {
 /// How the upper-cased name of the subkey at `index` compares with `name`, seen in its record unless there is
 /// an object: with the log lines and error codes of building one. False when it has no sound record.
 bool KeyObj::compareSubkey(u32 index, const FoldedName& name, int& order, bool& isEmpty) {
-    SubkeyEntry* const entry = subkeyAt(index);
-    if (!entry) return false;
-    if (const Ref<KeyObj> live = PLAIN_PATH ? key(index) : entry->key.lock()) {
+    if (!hasSubkey(index)) return false;
+    if (_known && _known->knowsName(index)) {
+        order = _known->compareName(index, name, isEmpty);
+        return true;
+    }
+    if (const Ref<KeyObj> live = PLAIN_PATH ? key(index) : liveSubkey(index)) {
         const Ref<String> own = live->name();
         isEmpty = !own || own->isEmpty();
         order = name.compareOther(own ? own->view() : std::u16string_view());
         return live->valid();
     }
     KeyRecord record;
-    if (!record.load(*_hive, entry->record, _depth + 1)) {
+    if (!record.load(*_hive, subkeyRecord(index), _depth + 1)) {
         log(3, Channel::hive, "New created KeyObj not valid");
         return false;
     }
     order = record.compareName(name, isEmpty);
+    if (_known) _hive->knownKeys().grew(_known->keepName(index, record));
     return true;
 }
 
@@ -97,8 +129,12 @@ Ref<Key> KeyObj::binaryFindKey(const Ref<String>& name, u32* position) {
     u32 max = _numOfKeys - 1;
     u32 mid = max / 2;
     const FoldedName wanted(name->view());
+    const bool listInUse = _subkeysLoaded;
     const bool listed = initSubkeys();
-    if (listed) foresee(wanted);
+    if (listed) {
+        foresee(wanted);
+        becomeKnown(listInUse);
+    }
     for (;;) {
         int order = 0;
         bool isEmpty = false;
