@@ -1,0 +1,131 @@
+// What searches keep of a read-only hive's keys must not show: a hive that was searched again and again
+// answers, and complains, as one that was just opened.
+
+#include "hive/keys/knownkey.h"
+
+#include <random>
+
+#include "tests/hive/openedhive.h"
+#include "tests/support/hiveshapes.h"
+
+using namespace HiveTest;
+
+namespace {
+
+constexpr u32 MODES[] = {HiveFile::modeReadOnly, HiveFile::modeReadOnly | HiveFile::modeLinearFallback,
+                         HiveFile::modeReadOnly | HiveFile::modeUnsafe};
+
+using Path = std::vector<Ref<String>>;
+
+void collect(const Ref<Key>& key, Path& path, std::vector<Path>& paths) {
+    const auto subkeys = key->keyIterator();
+    while (const Ref<Key> subkey = subkeys->next()) {
+        path.push_back(subkey->name());
+        paths.push_back(path);
+        collect(subkey, path, paths);
+        path.back() = path.back()->upper();
+        paths.push_back(path);
+        path.back() = path.back()->concat(text(u"~"));
+        paths.push_back(path);
+        path.pop_back();
+    }
+}
+
+/// A hive in memory and what a search in it gives: the key's record and name, or the error, and the log.
+struct Searched {
+    Searched(const std::vector<u8>& file, u32 mode, HiveFile::HiveCodepage codepage)
+        : hive(makeRef<RegistryHiveObj>(makeRef<MemoryStripe>(file), mode, codepage, nullptr)) {}
+
+    std::string find(const Path& path, std::vector<Ref<Key>>* held = nullptr) {
+        LogCapture logged;
+        Error::set(0);
+        Ref<Key> key = hive->root();
+        for (const Ref<String>& name : path) {
+            if (held) held->push_back(key);
+            if (!key || !(key = key->key(name))) break;
+        }
+        const Ref<KeyObj> own = refCast<KeyObj>(key);
+        return std::to_string(own ? own->recordOfs() : 0) + " " + utf8(own ? own->name() : nullptr) + " " +
+               std::to_string(own ? own->keys() : 0) + " " + std::to_string(Error::get()) + "\n" +
+               logged.text();
+    }
+
+    Ref<RegistryHiveObj> hive;
+};
+
+/// Searches at random, now holding what was found and now letting all go, now walking a list in between.
+void compare(const std::vector<u8>& file, u32 mode, HiveFile::HiveCodepage codepage,
+             const std::vector<Path>& paths, std::mt19937& random, u32 searches) {
+    Searched searched(file, mode, codepage);
+    std::vector<Ref<Key>> held;
+    if (const LogCapture quiet; !searched.hive->root()) return;  // complains once, and the hive is done for
+    for (u32 i = 0; i < searches; ++i) {
+        const Path& path = paths[random() % paths.size()];
+        ASSERT_EQ(searched.find(path, &held), Searched(file, mode, codepage).find(path)) << "search " << i;
+        if (random() % 4 == 0 && held.back()) {
+            const LogCapture quiet;
+            if (const auto subkeys = held.back()->keyIterator())
+                for (u32 left = std::min(subkeys->count(), 3U); left; --left) held.push_back(subkeys->next());
+        }
+        std::erase_if(held, [&](const Ref<Key>&) { return random() % 2 == 0; });
+    }
+}
+
+TEST(KnownKeys, DoNotShowInSoundAndDamagedHives) {
+    std::mt19937 random(17);
+    for (const HiveShape& shape : hiveShapes()) {
+        std::vector<Path> paths;
+        Path start;
+        collect(Searched(shape.file, MODES[0], HiveFile::hiveCodepageLatin1).hive->root(), start, paths);
+        for (u32 damaged = 0; damaged < 12; ++damaged) {
+            std::vector<u8> file = shape.file;
+            for (u32 i = 0; i < 4 * damaged; ++i)
+                file[4096 + random() % (file.size() - 4096)] ^= static_cast<u8>(1U << random() % 8);
+            const u32 mode = MODES[random() % std::size(MODES)];
+            const auto codepage = static_cast<HiveFile::HiveCodepage>(random() % 4);
+            SCOPED_TRACE(testing::Message() << shape.name << ", damage " << damaged << ", mode " << mode
+                                            << ", code page " << codepage);
+            ASSERT_NO_FATAL_FAILURE(compare(file, mode, codepage, paths, random, 60));
+        }
+    }
+}
+
+TEST(KnownKeys, AreOneObjectWhileHeldWhateverTheWayToThem) {
+    HiveBuilder builder(5);
+    KeyPlan plan;
+    for (char16_t unit = u'a'; unit < u'k'; ++unit)
+        plan.keys.push_back({.name = {unit}, .keys = {{.name = u"x"}}});
+    builder.build(plan);
+    const OpenedHive opened(builder);
+    std::vector<Ref<KeyObj>> held;
+    for (u32 i = 0; i < 10; ++i) held.push_back(opened.root->key(i));
+    for (u32 i = 0; i < 10; ++i) {
+        EXPECT_EQ(opened.root->key(text(std::u16string(1, static_cast<char16_t>(u'A' + i)))), held[i]);
+        EXPECT_EQ(opened.root->key(i), held[i]);
+        EXPECT_TRUE(held[i]->key(text(u"x")));
+    }
+    held.clear();
+    for (u32 i = 10; i-- > 0;)
+        held.push_back(
+            refCast<KeyObj>(opened.root->key(text(std::u16string(1, static_cast<char16_t>(u'a' + i))))));
+    for (u32 i = 0; i < 10; ++i) EXPECT_EQ(opened.root->key(9 - i), held[i]);
+}
+
+TEST(KnownKeys, AreForgottenAtTheirBound) {
+    constexpr u32 many = 1U << 15;
+    SubkeyList list;
+    Array<SubkeyEntry> entries(many);
+    list.append(0, std::move(entries));
+    const auto made = [&list] { return makeRef<KnownKey>(hive_record_nk{}, text(u"k"), list); };
+    KnownKeys keys;
+    const Ref<KnownKey> root = made();
+    keys.setRoot(root);
+    const u64 fit = KnownKeys::MAX_BYTES / root->size();
+    for (u32 i = 0; i + 1 < fit; ++i) keys.add(root, i, made());
+    EXPECT_TRUE(keys.root() && root->subkeys()[0].key);
+    keys.add(root, many - 1, made());
+    EXPECT_FALSE(keys.root() || root->subkeys()[0].key);
+    EXPECT_TRUE(root->subkeys()[many - 1].key) << "the one that came last stays";
+}
+
+}  // namespace
