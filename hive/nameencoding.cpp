@@ -93,18 +93,15 @@ HeapBuffer stringToBytes(const Ref<String>& text, HiveFile::HiveCodepage codepag
 }
 
 Ref<String> regNameToString(const u8* bytes, u32 length, HiveFile::HiveCodepage codepage) {
-    Utf16Buffer units(length, u'\0');
-    for (u32 i = 0; i < length; ++i) {
-        if (bytes[i] < 128) {
-            units[i] = bytes[i];
-            continue;
+    return String::make(length, [=](char16_t* units) {
+        for (u32 i = 0; i < length; ++i) {
+            u32 codePoint = bytes[i];
+            if (codePoint >= 128 && !byteToChar(bytes[i], codepage, codePoint)) return false;
+            units[i] =
+                static_cast<char16_t>(codePoint);  // all code pages lie in the Basic Multilingual Plane
         }
-        u32 codePoint = 0;
-        if (!byteToChar(bytes[i], codepage, codePoint)) return nullptr;
-        units[i] =
-            static_cast<char16_t>(codePoint);  // all four code pages lie in the Basic Multilingual Plane
-    }
-    return String::take(std::move(units));
+        return true;
+    });
 }
 
 Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool compressed,
@@ -116,10 +113,11 @@ Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool co
         record.copy(bytes.data(), offset, length);
         return regNameToString(bytes.data(), length, codepage);
     }
-    Utf16Buffer units(length / 2U, u'\0');
-    for (u32 i = 0; i < units.size(); ++i)
-        units[i] = static_cast<char16_t>(record.u16At(u64{offset} + 2 * i));
-    return String::take(std::move(units));
+    return String::make(length / 2U, [&](char16_t* units) {
+        for (u32 i = 0; i < length / 2U; ++i)
+            units[i] = static_cast<char16_t>(record.u16At(u64{offset} + 2 * i));
+        return true;
+    });
 }
 
 HeapBuffer RegistryHiveObj::stringToRegName(const Ref<String>& name, u64& length, bool& compressed) const {

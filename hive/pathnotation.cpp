@@ -1,32 +1,33 @@
 #include "hive/pathnotation.h"
 
+#include <algorithm>
+
 namespace Libraries::Files::Hive {
 
-Array<Ref<String>> namesOnPath(const Ref<String>& path) {
-    Array<Ref<String>> names;
-    Utf16Buffer name;
-    bool escaped = false;
-    bool pendingSeparator = false;
-    for (const char16_t unit : path ? path->view() : u"") {
-        if (unit == u'/' && !escaped) {
-            pendingSeparator = true;
-        } else if (unit == u'\\') {
-            escaped = true;  // dropped itself, also when doubled: names cannot hold a backslash
-        } else {
-            if (pendingSeparator && !name.empty()) names.push_back(String::take(std::exchange(name, {})));
-            name += unit;
-            escaped = pendingSeparator = false;
+bool PathNames::next(std::u16string_view& name) {
+    const auto find = [this](std::size_t found) { return std::min(found, _rest.size()); };
+    _rest.remove_prefix(find(_rest.find_first_not_of(u'/')));
+    std::size_t end = find(_rest.find_first_of(u"/\\"));
+    name = _rest.substr(0, end);
+    if (end < _rest.size() && _rest[end] == u'\\') {
+        _unescaped = name;
+        while (end < _rest.size() && _rest[end] != u'/') {
+            // A backslash is dropped itself, also when doubled: names cannot hold one.
+            end = find(_rest.find_first_not_of(u'\\', end));
+            if (end < _rest.size()) _unescaped += _rest[end++];
         }
+        name = _unescaped;
     }
-    if (!name.empty()) names.push_back(String::take(std::move(name)));
-    return names;
+    _rest.remove_prefix(end);
+    return !name.empty();
 }
 
 Ref<String> pathToWindowsStyle(const Ref<String>& path) {
     Utf16Buffer out;
-    for (const Ref<String>& name : namesOnPath(path)) {
+    PathNames names(path);
+    for (std::u16string_view name; names.next(name);) {
         if (!out.empty()) out += u'\\';
-        out += name->view();
+        out += name;
     }
     return String::take(std::move(out));
 }

@@ -130,11 +130,9 @@ Ref<Key> RegistryHiveObj::path(Ref<String> path) {
         Error::set(ErrorCode::nullArgument);
         return nullptr;
     }
-    Ref<Key> key = root();
-    for (const Ref<String>& name : namesOnPath(path)) {
-        if (!key) return nullptr;
-        key = key->key(name);
-    }
+    Ref<KeyObj> key = rootObj();
+    PathNames names(path);
+    for (std::u16string_view name; key && names.next(name);) key = key->findKey(name);
     return key;
 }
 

@@ -15,7 +15,7 @@ bool KeyObj::move(Ref<Key> key, Ref<String> newName) {
     if (!canReceive(moved)) return false;
     if (!initSubkeys()) return ErrorCode::fail(ErrorCode::moveTargetUnreadable);
     u32 position = NO_INDEX;
-    if (binaryFindKey(newName, &position)) return ErrorCode::fail(ErrorCode::moveKeyExists);
+    if (binaryFindKey(newName->view(), &position)) return ErrorCode::fail(ErrorCode::moveKeyExists);
     if (position == NO_INDEX) return ErrorCode::fail(ErrorCode::moveSearchFailed);
     if (!ensureFreeListPlace(position)) return false;
     SubkeyHash hash{};

@@ -76,6 +76,8 @@ class HIVE_API KeyObj final : public Key, public Object {
     /// unreadable.
     Ref<KeyObj> key(u32 index);
     Ref<ValueObj> value(u32 index);
+    /// `key(name)`, for those who have the units of the name only.
+    Ref<KeyObj> findKey(std::u16string_view name);
 
     Ref<KeyObj> parent() const { return _parent; }
     void setParent(Ref<KeyObj> parent);
@@ -94,9 +96,9 @@ class HIVE_API KeyObj final : public Key, public Object {
                   bool lenient) const;
     /// The subkey of that name by binary search over the sorted list. On a miss `position` (may be null) is
     /// where it would have to be inserted (error 0x1003), or 0xFFFFFFFF when the search broke down.
-    Ref<Key> binaryFindKey(const Ref<String>& name, u32* position);
+    Ref<KeyObj> binaryFindKey(std::u16string_view name, u32* position);
     /// The same by looking at every subkey; on a miss `position` is 0xFFFFFFFF.
-    Ref<Key> linearFindKey(const Ref<String>& name, u32* position);
+    Ref<KeyObj> linearFindKey(std::u16string_view name, u32* position);
 
     // Maintenance of the lists (valuelist.cpp, subkeymaintenance.cpp). Internal.
 

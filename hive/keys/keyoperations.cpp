@@ -17,7 +17,7 @@ Ref<Key> KeyObj::createKey(Ref<String> name) {
     if (name->length() > MAX_KEY_NAME_LENGTH) return refuse(ErrorCode::badKeyName);
     if (_depth >= MAX_KEY_DEPTH) return refuse(ErrorCode::treeTooDeep);  // it could never be read back
     u32 position = NO_INDEX;
-    if (binaryFindKey(name, &position)) return refuse(ErrorCode::keyExists);
+    if (binaryFindKey(name->view(), &position)) return refuse(ErrorCode::keyExists);
     if (position == NO_INDEX) return refuse(ErrorCode::searchFailed);
     if (!ensureFreeListPlace(position)) return refuse(ErrorCode::noListRoom);
     SubkeyHash hash{};

@@ -13,14 +13,14 @@ KnownKey::KnownKey(const hive_record_nk& record, Ref<String> name, const SubkeyL
 
 int KnownKey::compareName(u32 index, const FoldedName& other, bool& isEmpty) const {
     const u32 at = _subkeys[index].name;
-    const std::u16string_view own = std::u16string_view(_names).substr(at + 1, _names[at]);
+    const std::u16string_view own = std::u16string_view(_names).substr(std::size_t{at} + 1, _names[at]);
     isEmpty = own.empty();
     return own.compare(other.view());
 }
 
 u64 KnownKey::keepName(u32 index, const KeyRecord& record) {
-    const u64 at = _names.size();
-    const u64 capacity = _names.capacity();
+    const std::size_t at = _names.size();
+    const std::size_t capacity = _names.capacity();
     if (at > UINT32_MAX / 2) return 0;
     const bool plain = record.plainName([&](u64 length, auto unitAt) {
         _names.push_back(static_cast<char16_t>(length));

@@ -80,13 +80,15 @@ bool KeyObj::compareSubkey(u32 index, const FoldedName& name, int& order, bool& 
 }
 
 Ref<Key> KeyObj::key(Ref<String> name) {
+    if (name) return findKey(name->view());
     const MonGuard guard(_hive->monitor());
-    if (!_valid) return nullptr;
-    if (!name) {
-        Error::set(ErrorCode::nullArgument);
-        return nullptr;
-    }
-    return binaryFindKey(name, nullptr);
+    if (_valid) Error::set(ErrorCode::nullArgument);
+    return nullptr;
+}
+
+Ref<KeyObj> KeyObj::findKey(std::u16string_view name) {
+    const MonGuard guard(_hive->monitor());
+    return _valid ? binaryFindKey(name, nullptr) : nullptr;
 }
 
 /// Has the records on the way of a search brought near at once, instead of one after the other as it gets to
@@ -114,21 +116,21 @@ void KeyObj::foresee(const FoldedName& name) const {
     _hive->bringNear(found->record);
 }
 
-Ref<Key> KeyObj::binaryFindKey(const Ref<String>& name, u32* position) {
+Ref<KeyObj> KeyObj::binaryFindKey(std::u16string_view name, u32* position) {
     constexpr auto function = "Libraries::Files::Hive::KeyObj::binaryFindKey";
     u32 unwanted = 0;
     u32& place = position ? *position : unwanted;
     const auto missing = [&place](u32 insertAt) {
         place = insertAt;
         Error::set(ErrorCode::noSuchKey);
-        return Ref<Key>();
+        return Ref<KeyObj>();
     };
     if (_numOfKeys == 0) return missing(0);
     place = NO_INDEX;
     u32 min = 0;
     u32 max = _numOfKeys - 1;
     u32 mid = max / 2;
-    const FoldedName wanted(name->view());
+    const FoldedName wanted(name);
     const bool listInUse = _subkeysLoaded;
     const bool listed = initSubkeys();
     if (listed) {
@@ -172,8 +174,9 @@ Ref<Key> KeyObj::binaryFindKey(const Ref<String>& name, u32* position) {
     }
 }
 
-Ref<Key> KeyObj::linearFindKey(const Ref<String>& name, u32* position) {
+Ref<KeyObj> KeyObj::linearFindKey(std::u16string_view name, u32* position) {
     if (!_valid) return nullptr;
+    const FoldedName wanted(name);
     for (u32 i = 0; i < _numOfKeys; ++i) {
         const Ref<KeyObj> other = key(i);
         if (!other || !other->valid()) {
@@ -182,7 +185,7 @@ Ref<Key> KeyObj::linearFindKey(const Ref<String>& name, u32* position) {
             continue;
         }
         const Ref<String> otherName = other->name();
-        if (!otherName || !otherName->equalUpper(name)) continue;
+        if (!otherName || wanted.compareOther(otherName->view()) != 0) continue;
         if (position) *position = i;
         return other;
     }

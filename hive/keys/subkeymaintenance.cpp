@@ -85,7 +85,8 @@ bool KeyObj::insertKey(u32 position, u32 nkOffset, SubkeyHash hash, const Ref<Ke
 /// searched for.
 u32 KeyObj::indexOfKey(const Ref<KeyObj>& key, u32 skipIndex) {
     u32 index = NO_INDEX;
-    if (const Ref<String> name = key->name(); name && binaryFindKey(name, &index) && index != skipIndex &&
+    if (const Ref<String> name = key->name(); name && binaryFindKey(name->view(), &index) &&
+                                              index != skipIndex &&
                                               _keyList.at(index).key.refersTo(key.get()))
         return index;
     for (u32 j = 0; j < _keyList.sublists(); ++j) {

@@ -26,6 +26,9 @@ class Ref {
     template <typename U>
     requires std::is_convertible_v<U*, T*> Ref(const Ref<U>& other)
         : Ref(static_cast<T*>(other.get())) {}  // NOLINT: as implicit as the pointer conversion
+    template <typename U>
+    requires std::is_convertible_v<U*, T*> Ref(Ref<U>&& other)
+    noexcept : _object(other.release()) {}  // NOLINT: as implicit as the pointer conversion
     ~Ref() { reset(); }
 
     Ref& operator=(Ref other) noexcept {
@@ -44,6 +47,9 @@ class Ref {
         ref._object = counted;
         return ref;
     }
+
+    /// Hands the count over to the caller; the reference is null afterwards.
+    T* release() { return std::exchange(_object, nullptr); }
 
     T* get() const { return _object; }
     T* operator->() const { return _object; }

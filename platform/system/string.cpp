@@ -19,7 +19,18 @@ Utf16Buffer widen(std::string_view bytes) {
 }  // namespace
 
 Ref<String> String::create(std::u16string_view units) {
-    return makeRef<String>(Utf16Buffer(units));
+    return make(units.size(), [units](char16_t* to) {
+        units.copy(to, units.size());
+        return true;
+    });
+}
+
+/// The object and its units are one piece of memory: most strings are short and do not live long.
+Ref<String> String::uninitialised(std::size_t length, char16_t*& units) {
+    if (length > PTRDIFF_MAX / sizeof(char16_t)) outOfMemory();
+    auto* const memory = static_cast<u8*>(Heap::mustAlloc(u64{sizeof(String)} + length * sizeof(char16_t)));
+    units = reinterpret_cast<char16_t*>(memory + sizeof(String));
+    return Ref<String>(::new (memory) String(std::u16string_view(units, length)));
 }
 
 Ref<String> String::from8(std::string_view bytes) {
@@ -56,9 +67,10 @@ Ref<String> String::concat(const Ref<String>& tail) const {
 }
 
 Ref<String> String::upper() const {
-    Utf16Buffer units(_units.size(), u'\0');
-    std::transform(_units.begin(), _units.end(), units.begin(), upperUnit);
-    return makeRef<String>(std::move(units));
+    return make(_units.size(), [this](char16_t* to) {
+        std::transform(_units.begin(), _units.end(), to, upperUnit);
+        return true;
+    });
 }
 
 int String::compareUpper(const Ref<String>& other) const {

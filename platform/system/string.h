@@ -16,6 +16,14 @@ class PLATFORM_API String final : public Object {
     static Ref<String> create(std::u16string_view units = {});
     /// The same, taking over the units instead of copying them.
     static Ref<String> take(Utf16Buffer units) { return makeRef<String>(std::move(units)); }
+    /// A string of `length` units that `fill(units)` writes; null when that returns false.
+    template <typename Fill>
+    static Ref<String> make(std::size_t length, Fill fill) {
+        char16_t* units = nullptr;
+        Ref<String> made = uninitialised(length, units);
+        if (!fill(units)) made.reset();
+        return made;
+    }
     /// One unit a byte: byte value = code point (ISO 8859-1).
     static Ref<String> from8(std::string_view bytes);
     /// Code points above U+FFFF become surrogate pairs, surrogate code points lone surrogates, and values
@@ -65,9 +73,12 @@ class PLATFORM_API String final : public Object {
     template <typename T, typename... Args>
     friend Ref<T> makeRef(Args&&... args);
     static char16_t upperBeyondAscii(char16_t unit);
-    explicit String(Utf16Buffer units) : _units(std::move(units)) {}
+    explicit String(Utf16Buffer units) : _taken(std::move(units)), _units(_taken) {}
+    explicit String(std::u16string_view units) : _units(units) {}
+    static Ref<String> uninitialised(std::size_t length, char16_t*& units);
 
-    const Utf16Buffer _units;
+    const Utf16Buffer _taken;  // holds the units of a string that took them over; else they follow the object
+    const std::u16string_view _units;
 };
 
 }  // namespace Platform

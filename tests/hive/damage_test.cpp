@@ -158,7 +158,7 @@ TEST(Damage, BrokenSubkeyListsAreRefused) {
         expectRefused(builder, damage, [](KeyObj& root) { return bool(root.key(2)); });
         expectRefused(builder, damage, [](KeyObj& root) { return bool(root.key(text(u"a"))); });
         expectRefused(builder, {damage.at, damage.bytes, damage.logged, 0x1003},
-                      [](KeyObj& root) { return bool(root.linearFindKey(text(u"a"), nullptr)); });
+                      [](KeyObj& root) { return bool(root.linearFindKey(u"a", nullptr)); });
     }
 }
 
@@ -290,10 +290,10 @@ TEST(Damage, WhatIsUnreadableIsSkipped) {
     const OpenedHive opened(builder, HiveFile::modeReadOnly | HiveFile::modeLinearFallback);
     LogCapture logged;
     u32 position = 77;
-    EXPECT_FALSE(opened.root->binaryFindKey(text(u"k9"), &position));
+    EXPECT_FALSE(opened.root->binaryFindKey(u"k9", &position));
     EXPECT_EQ(position, HiveImage::NONE);
     EXPECT_TRUE(logged.contains("3 Hive: Failed to open sub key for binary search. key: 2h"));
-    EXPECT_TRUE(opened.root->linearFindKey(text(u"k9"), &position) && position == 4);
+    EXPECT_TRUE(opened.root->linearFindKey(u"k9", &position) && position == 4);
     EXPECT_TRUE(logged.contains("3 Hive: Failed to get key with index: 2h")) << logged.text();
 }
 

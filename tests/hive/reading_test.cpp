@@ -33,13 +33,14 @@ TEST(Subkeys, EveryNameGapAndIndexIsFoundInEachKindOfList) {
                 const auto name = numbered(number);
                 u32 position = 77;
                 Ref<KeyObj> found;
-                EXPECT_EQ(errorOf([&] {
-                              return bool(found = refCast<KeyObj>(root->binaryFindKey(name, &position)));
-                          }),
-                          number % 2 ? 0 : 0x1003u);
+                EXPECT_EQ(
+                    errorOf([&] {
+                        return bool(found = refCast<KeyObj>(root->binaryFindKey(name->view(), &position)));
+                    }),
+                    number % 2 ? 0 : 0x1003u);
                 EXPECT_EQ(position, number / 2);
                 EXPECT_TRUE(!found || found == root->key(position)) << number;
-                EXPECT_EQ(root->linearFindKey(name, &position), found);
+                EXPECT_EQ(root->linearFindKey(name->view(), &position), found);
                 EXPECT_EQ(position, found ? number / 2 : ANY);
             }
             EXPECT_FALSE(root->key(count));
