@@ -50,6 +50,23 @@ void removeOnSignal(const char* path) {
     }
 }
 
+/// Has the signals that remove the temporary file wait, so that none comes between its making and its noting.
+class SignalsHeld {
+ public:
+    SignalsHeld() {
+        sigset_t signals;
+        ::sigemptyset(&signals);
+        for (const int number : deadlySignals) ::sigaddset(&signals, number);
+        ::sigprocmask(SIG_BLOCK, &signals, &_before);
+    }
+    ~SignalsHeld() { ::sigprocmask(SIG_SETMASK, &_before, nullptr); }
+    SignalsHeld(const SignalsHeld&) = delete;
+    SignalsHeld& operator=(const SignalsHeld&) = delete;
+
+ private:
+    sigset_t _before;
+};
+
 bool isSame(const struct stat& a, const struct stat& b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
@@ -154,10 +171,13 @@ void AtomicFile::openTemporary(bool keepContents) {
 /// when that has happened.
 bool AtomicFile::makeLocked() {
     std::string name = _target + std::string(COPY_MARK) + std::string(COPY_NUMBER);
-    _fd = ::mkostemp(name.data(), O_CLOEXEC);
-    if (_fd < 0) fail("cannot make a temporary file in " + visible(directoryOf(_target)) + " for", errno);
-    _temporary = name;
-    removeOnSignal(_temporary.c_str());
+    {
+        const SignalsHeld held;
+        _fd = ::mkostemp(name.data(), O_CLOEXEC);
+        if (_fd < 0) fail("cannot make a temporary file in " + visible(directoryOf(_target)) + " for", errno);
+        _temporary = name;
+        removeOnSignal(_temporary.c_str());
+    }
     const Ref<String> path = String::fromUtf8(name);
     if (path->toUtf8() == name) {
         _locked = File::open(path, File::readWriteExisting);
