@@ -53,7 +53,8 @@ u32 RegistryHiveObj::appendHbin(u32 length) {
     const u64 hbinSize =
         ((u64{length} + sizeof(hive_hbin) - 1) / HBIN_READ_BUFFER_SIZE + 1) * HBIN_READ_BUFFER_SIZE;
     const u64 newSize = oldSize + hbinSize;
-    if (newSize + HIVE_HEADER_SIZE > UINT32_MAX || !growFile(static_cast<u32>(newSize)))
+    bool isBlank = false;
+    if (newSize + HIVE_HEADER_SIZE > UINT32_MAX || !growFile(static_cast<u32>(newSize), isBlank))
         return INVALID_RECORD;
     _hbins.append({oldSize, static_cast<u32>(hbinSize)});
     if (_file->seek(0) != 0 || _file->write(ShPtr(&_header), HIVE_HEADER_SIZE) != HIVE_HEADER_SIZE) {
@@ -61,7 +62,7 @@ u32 RegistryHiveObj::appendHbin(u32 length) {
         return INVALID_RECORD;
     }
     const u32 index = _hbins.size() - 1;
-    if (!writeHbinHead(index)) {
+    if ((isBlank && !PLAIN_PATH && !cacheBlankHbin(index)) || !writeHbinHead(index)) {
         log(4, Channel::hive, "Failed to write new hbin header on resize");
         return INVALID_RECORD;
     }
@@ -75,9 +76,12 @@ u32 RegistryHiveObj::appendHbin(u32 length) {
     return oldSize + sizeof(hive_hbin);
 }
 
-bool RegistryHiveObj::growFile(u32 newSize) {
+/// Makes the file and the base block's hbins area long enough. `isBlank`: all the file had to be given is new.
+bool RegistryHiveObj::growFile(u32 newSize, bool& isBlank) {
     const u64 needed = u64{newSize} + HIVE_HEADER_SIZE;
-    if (_file->elementCount() < needed && _file->setElementCount(needed) != needed) return false;
+    const u64 present = _file->elementCount();
+    isBlank = present <= u64{hbinsSize()} + HIVE_HEADER_SIZE;
+    if (present < needed && _file->setElementCount(needed) != needed) return false;
     _header.hbinsSize = HostToL32(newSize);
     _header.checksum = HostToL32(calculateHeaderChecksum(&_header));
     return true;

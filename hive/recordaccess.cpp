@@ -169,6 +169,16 @@ u64 RegistryHiveObj::cacheLoadHbin(u32 hbinIdx) {
     return position;
 }
 
+/// Takes an hbin into the cache of which the file holds zeros alone, without reading them.
+bool RegistryHiveObj::cacheBlankHbin(u32 hbinIdx) {
+    const u32 size = _hbins[hbinIdx].size;
+    const u32 position = getFreeCacheChunk(size);
+    if (position == INVALID_RECORD) return false;
+    Mem::fill8(_cache.at(position), 0, size);
+    _hbins.setCached(hbinIdx, _cache.add(hbinIdx, size, false));
+    return true;
+}
+
 u32 RegistryHiveObj::getFreeCacheChunk(u32 size) {
     constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::getFreeCacheChunk";
     if (refuseUnsafe("getFreeCacheChunk") || !_cache.mapped()) return INVALID_RECORD;

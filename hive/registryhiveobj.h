@@ -129,6 +129,7 @@ class RegistryHiveObj final : public HiveFile, public Object {
     RecordView knownRecord(u32 offset, u32* hbinIdx, bool expectUnused);
     bool checkCachedHead(u32 hbinIdx, u32 position);
     u64 cacheLoadHbin(u32 hbinIdx);
+    bool cacheBlankHbin(u32 hbinIdx);
     u32 getFreeCacheChunk(u32 size);
     bool replaceCache(u64 size);
     void emptyCache();
@@ -141,6 +142,8 @@ class RegistryHiveObj final : public HiveFile, public Object {
     }
     bool refuseChangeHere(const char* operation) const;
     bool store(CachedHbin& hbin, u32 offsetInHbin, const void* data, u32 length);
+    u64 endOfRun(u64 first);
+    bool writeBack(u64 first, u64 end);
     bool writeThrough(const CachedHbin& hbin, u32 offsetInHbin, u32 length);
     bool writeCellSize(u32 hbinIdx, u32 offset, s32 size);
 
@@ -150,7 +153,7 @@ class RegistryHiveObj final : public HiveFile, public Object {
     u32 freeBehind(const RecordView& record, u32 hbinIdx, u32 offset) const;
 
     u32 appendHbin(u32 length);
-    bool growFile(u32 newSize);
+    bool growFile(u32 newSize, bool& isBlank);
     bool writeHbinHead(u32 hbinIdx);
     void noteChange(u32 hbinIdx, u32 offset, u32 length, u32 freeRecord, u32 freeLength);
     bool restoreCellSize(u32 hbinIdx, u32 offset, s32 size);

@@ -1,4 +1,5 @@
 #include "hive/hivelog.h"
+#include "hive/plainpath.h"
 #include "hive/registryhiveobj.h"
 
 namespace Libraries::Files::Hive {
@@ -69,21 +70,55 @@ bool RegistryHiveObj::writeThrough(const CachedHbin& hbin, u32 offsetInHbin, u32
 
 bool RegistryHiveObj::internalFlush() {
     if (_mode & (modeReadOnly | modeWriteThrough | modeUnsafe)) return true;
-    for (const u32 slot : _cache.round()) {
-        CachedHbin& entry = _cache.entry(slot);
-        if (!entry.dirty) continue;
-        const u32 hbinOffset = _hbins[entry.hbinIdx].offset;
-        const u64 position = u64{hbinOffset} + HIVE_HEADER_SIZE;
-        if (_file->seek(position) != position) {
-            log(3, Channel::hive, "Failed to seek to data position: ", position, "hbin: ", entry.hbinIdx);
+    const u64 count = _cache.round().size();
+    for (u64 first = 0; first < count;) {
+        const u64 end = endOfRun(first);
+        if (!writeBack(first, end)) return false;
+        first = end;
+    }
+    return true;
+}
+
+/// Behind the last of the round's hbins that can be written in one piece with the one at index `first`: they
+/// are changed, and lie one behind the other in the cache and in the file, which is long enough.
+u64 RegistryHiveObj::endOfRun(u64 first) {
+    const Array<u32>& round = _cache.round();
+    u64 next = first + 1;
+    for (; !PLAIN_PATH && next < round.size(); ++next) {
+        const CachedHbin& last = _cache.entry(round[next - 1]);
+        const CachedHbin& hbin = _cache.entry(round[next]);
+        if (!last.dirty || !hbin.dirty || hbin.hbinIdx != last.hbinIdx + 1 ||
+            hbin.position != last.position + last.size)
+            break;
+    }
+    if (next == first + 1) return next;
+    const HbinDescriptor& last = _hbins[_cache.entry(round[next - 1]).hbinIdx];
+    return _file->elementCount() < u64{last.offset} + last.size + HIVE_HEADER_SIZE ? first + 1 : next;
+}
+
+/// Writes what has changed of the round's hbins from index `first` to `end`, a run. Those written before a
+/// failure count as written.
+bool RegistryHiveObj::writeBack(u64 first, u64 end) {
+    const Array<u32>& round = _cache.round();
+    const CachedHbin& head = _cache.entry(round[first]);
+    if (!head.dirty) return true;
+    const u64 position = u64{_hbins[head.hbinIdx].offset} + HIVE_HEADER_SIZE;
+    if (_file->seek(position) != position) {
+        log(3, Channel::hive, "Failed to seek to data position: ", position, "hbin: ", head.hbinIdx);
+        return false;
+    }
+    const CachedHbin& tail = _cache.entry(round[end - 1]);
+    const u32 bytes = tail.position + tail.size - head.position;
+    u64 written = _file->write(ShPtr(_cache.at(head.position)), bytes);
+    for (u64 i = first; i < end; ++i) {
+        CachedHbin& hbin = _cache.entry(round[i]);
+        if (written < hbin.size) {
+            log(4, Channel::hive, "Failed to flush hbin: ", hbin.hbinIdx,
+                "offset: ", _hbins[hbin.hbinIdx].offset, ", error: ", Error::get());
             return false;
         }
-        if (_file->write(ShPtr(_cache.at(entry.position)), entry.size) != entry.size) {
-            log(4, Channel::hive, "Failed to flush hbin: ", entry.hbinIdx, "offset: ", hbinOffset,
-                ", error: ", Error::get());
-            return false;
-        }
-        entry.dirty = false;
+        written -= hbin.size;
+        hbin.dirty = false;
     }
     return true;
 }

@@ -56,7 +56,9 @@ class FileObj final : public Object, public File {
 
     u32 elementSize() override { return 1; }
     u64 pos() override { return _position; }
-    u64 seek(u64 position) override { return _position = std::min(position, elementCount()); }
+    u64 seek(u64 position) override {
+        return _position = position ? std::min(position, elementCount()) : 0;
+    }
     u64 read(ShPtr destination, u64 count, u32) override;
     u64 write(ShPtr source, u64 count, u32) override;
     u64 trim(u64, u32) override { return notSupported(); }
@@ -148,6 +150,7 @@ u64 FileObj::setElementCount(u64 count) {
         Error::setSystem(errno);
     } else {
         _position = std::min(_position, count);
+        return count;
     }
     return elementCount();
 }
