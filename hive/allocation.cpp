@@ -76,7 +76,8 @@ u32 RegistryHiveObj::appendHbin(u32 length) {
     return oldSize + sizeof(hive_hbin);
 }
 
-/// Makes the file and the base block's hbins area long enough. `isBlank`: all the file had to be given is new.
+/// Makes the file and the base block's hbins area long enough. `isBlank`: all the file had to be given is
+/// new.
 bool RegistryHiveObj::growFile(u32 newSize, bool& isBlank) {
     const u64 needed = u64{newSize} + HIVE_HEADER_SIZE;
     const u64 present = _file->elementCount();
@@ -184,6 +185,12 @@ u32 RegistryHiveObj::freeBehind(const RecordView& record, u32 hbinIdx, u32 offse
 }
 
 bool RegistryHiveObj::updateFreeSpace(u32 hbinIdx) {
+    return findLargestFree(hbinIdx, UNKNOWN_LENGTH);
+}
+
+/// Goes over an hbin's cells for the first of the largest free ones. None is longer than `bound`, unless that
+/// is unknown, so that one of this length ends the search.
+bool RegistryHiveObj::findLargestFree(u32 hbinIdx, u32 bound) {
     constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::updateFreeSpace";
     if (refuseUnsafe("updateFreeSpace")) return false;
     if (!assertCondition(hbinIdx < _hbins.size(), "hbin_idx < _hbins.size()", function)) return false;
@@ -213,6 +220,10 @@ bool RegistryHiveObj::updateFreeSpace(u32 hbinIdx) {
             log(3, Channel::hive, "Invalid record size: ", length);
             log(1, Channel::hive, "record: ", record);
         } else if (size > 0 && length > largest) {
+            if (length == bound) {
+                _hbins.setLargestFree(hbinIdx, length, record, bound);
+                return true;
+            }
             others = largest;
             largest = length;
             largestRecord = record;
@@ -233,8 +244,12 @@ void RegistryHiveObj::noteChange(u32 hbinIdx, u32 offset, u32 length, u32 freeRe
     const HbinDescriptor& hbin = _hbins[hbinIdx];
     const u32 largest = hbin.largestFree, record = hbin.largestFreeRecord, others = hbin.otherFree;
     const bool gone = largest && record >= offset && record - offset < length;
-    if (PLAIN_PATH || others == UNKNOWN_LENGTH || (gone && freeLength <= others))
+    if (PLAIN_PATH || others == UNKNOWN_LENGTH)
         updateFreeSpace(hbinIdx);
+    else if (gone && others == 0 && freeLength == 0)
+        _hbins.setLargestFree(hbinIdx, 0, 0, 0);
+    else if (gone && freeLength <= others)
+        findLargestFree(hbinIdx, others);
     else if (gone)
         _hbins.setLargestFree(hbinIdx, freeLength, freeRecord, others);
     else if (freeLength > largest || (freeLength == largest && freeLength && freeRecord < record))
@@ -300,20 +315,29 @@ bool RegistryHiveObj::freeRecord(u32 hbinIdx, u32 offset, u32 current, u32 avail
 /// Allocates a record of `wanted` bytes and carries the old one's body over if asked; frees nothing.
 u32 RegistryHiveObj::moveRecord(u32 offset, u32 current, u32 wanted, bool copyData) {
     const u32 bodySize = current > sizeof(hive_record) ? current - static_cast<u32>(sizeof(hive_record)) : 0;
-    HeapBuffer body;
+    const u8* body = nullptr;
+    HeapBuffer copy;
     if (copyData && bodySize) {
-        body = heapBuffer(bodySize);
-        if (!body) Error::set(ErrorCode::allocationFailed);
-        const RecordView record = body ? cacheLoadRecord(offset, nullptr, false) : RecordView();
+        const RecordView record = cacheLoadRecord(offset, nullptr, false);
         if (!record) return INVALID_RECORD;
-        record.copy(body.get(), sizeof(hive_record), bodySize);
+        body = record.bytesAt(sizeof(hive_record), bodySize);
+        // Placing the record may load an hbin, and the old one may have to make room for it.
+        if (PLAIN_PATH || !body || !isAtHand(_hbins.firstWithRoom(wanted))) {
+            copy = heapBuffer(bodySize);
+            if (!copy) {
+                Error::set(ErrorCode::allocationFailed);
+                return INVALID_RECORD;
+            }
+            record.copy(copy.get(), sizeof(hive_record), bodySize);
+            body = copy.get();
+        }
     }
     const u32 moved = allocateRecord(wanted, nullptr);
     if (moved == INVALID_RECORD) {
         log(3, Channel::hive, "Failed to allocate new record with size: ", wanted);
         return INVALID_RECORD;
     }
-    if (body && !writeRecord(moved, body.get(), sizeof(hive_record), bodySize)) return INVALID_RECORD;
+    if (body && !writeRecord(moved, body, sizeof(hive_record), bodySize)) return INVALID_RECORD;
     return moved;
 }
 

@@ -1,6 +1,5 @@
 #include "hive/nameencoding.h"
 
-#include <algorithm>
 #include <array>
 
 #include "hive/hivelog.h"
@@ -76,20 +75,24 @@ bool byteToChar(u8 byte, HiveFile::HiveCodepage codepage, u32& codePoint) {
     }
 }
 
-bool hasBytes(const Ref<String>& text, HiveFile::HiveCodepage codepage) {
-    u8 ignored = 0;
-    return std::ranges::all_of(text->view(),
-                               [&](char16_t unit) { return charToByte(unit, codepage, ignored); });
+namespace {
+
+/// The text as a NUL-terminated byte string in a buffer long enough; false when a character has no byte.
+bool encodeBytes(std::u16string_view text, HiveFile::HiveCodepage codepage, u8* bytes) {
+    for (const char16_t unit : text) {
+        *bytes = static_cast<u8>(unit);
+        if (unit >= 128 && !charToByte(unit, codepage, *bytes)) return false;
+        ++bytes;
+    }
+    *bytes = 0;
+    return true;
 }
+
+}  // namespace
 
 HeapBuffer stringToBytes(const Ref<String>& text, HiveFile::HiveCodepage codepage) {
     HeapBuffer bytes = heapBuffer(text->length() + 1);
-    if (!bytes) return {};
-    std::size_t count = 0;
-    for (const char16_t unit : text->view())
-        if (!charToByte(unit, codepage, bytes[count++])) return {};
-    bytes[count] = 0;
-    return bytes;
+    return bytes && encodeBytes(text->view(), codepage, bytes.get()) ? std::move(bytes) : HeapBuffer();
 }
 
 Ref<String> regNameToString(const u8* bytes, u32 length, HiveFile::HiveCodepage codepage) {
@@ -122,9 +125,9 @@ Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool co
 
 HeapBuffer RegistryHiveObj::stringToRegName(const Ref<String>& name, u64& length, bool& compressed) const {
     if (name->length() > length) return {};
-    if (hasBytes(name, _codepage)) {
-        HeapBuffer bytes = stringToBytes(name, _codepage);
-        if (!bytes) return {};  // no memory; the other form is no way out
+    HeapBuffer bytes = heapBuffer(name->length() + 1);
+    if (!bytes) return {};
+    if (encodeBytes(name->view(), _codepage, bytes.get())) {
         const u64 size = std::strlen(reinterpret_cast<const char*>(bytes.get()));  // a U+0000 cuts the name
         if (size > length) {
             log(3, Channel::hive, "Unexpected length of name as ascii: ", size);
@@ -142,7 +145,7 @@ HeapBuffer RegistryHiveObj::stringToRegName(const Ref<String>& name, u64& length
         if (2U * units > length) return {};
         ++units;
     }
-    HeapBuffer bytes = heapBuffer(2U * units + 2U);
+    bytes = heapBuffer(2U * units + 2U);
     if (!bytes) return {};
     for (u32 i = 0; i < units; ++i) {
         bytes[2 * i] = static_cast<u8>(text[i]);

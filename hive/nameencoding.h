@@ -12,8 +12,10 @@ bool charToByte(u32 codePoint, HiveFile::HiveCodepage codepage, u8& byte);
 /// The code point of a byte in a code page; false when it has none.
 bool byteToChar(u8 byte, HiveFile::HiveCodepage codepage, u32& codePoint);
 
-/// Whether every character has a byte in the code page.
-bool hasBytes(const Ref<String>& text, HiveFile::HiveCodepage codepage);
+/// Whether a stored name reads back as it is: a NUL would cut it.
+inline bool isStoredWhole(const Ref<String>& name) {
+    return name->view().find(u'\0') == std::u16string_view::npos;
+}
 /// The text as a NUL-terminated byte string; null when a character has no byte, or without memory.
 HeapBuffer stringToBytes(const Ref<String>& text, HiveFile::HiveCodepage codepage);
 /// A stored 8-bit name as text; null when a byte has no character.

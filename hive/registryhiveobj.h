@@ -130,6 +130,10 @@ class RegistryHiveObj final : public HiveFile, public Object {
     bool checkCachedHead(u32 hbinIdx, u32 position);
     u64 cacheLoadHbin(u32 hbinIdx);
     bool cacheBlankHbin(u32 hbinIdx);
+    bool isAtHand(u32 hbinIdx) const {
+        return hbinIdx != INVALID_HBIN && _hbins[hbinIdx].isCached() &&
+               _cache.isOfRound(_hbins[hbinIdx].cacheSlot);
+    }
     u32 getFreeCacheChunk(u32 size);
     bool replaceCache(u64 size);
     void emptyCache();
@@ -142,8 +146,8 @@ class RegistryHiveObj final : public HiveFile, public Object {
     }
     bool refuseChangeHere(const char* operation) const;
     bool store(CachedHbin& hbin, u32 offsetInHbin, const void* data, u32 length);
-    u64 endOfRun(u64 first);
-    bool writeBack(u64 first, u64 end);
+    u32 endOfRun(u32 first);
+    bool writeBack(u32 first, u32 end);
     bool writeThrough(const CachedHbin& hbin, u32 offsetInHbin, u32 length);
     bool writeCellSize(u32 hbinIdx, u32 offset, s32 size);
 
@@ -155,6 +159,7 @@ class RegistryHiveObj final : public HiveFile, public Object {
     u32 appendHbin(u32 length);
     bool growFile(u32 newSize, bool& isBlank);
     bool writeHbinHead(u32 hbinIdx);
+    bool findLargestFree(u32 hbinIdx, u32 bound);
     void noteChange(u32 hbinIdx, u32 offset, u32 length, u32 freeRecord, u32 freeLength);
     bool restoreCellSize(u32 hbinIdx, u32 offset, s32 size);
     bool freeRecord(u32 hbinIdx, u32 offset, u32 current, u32 available);

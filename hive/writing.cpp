@@ -70,9 +70,9 @@ bool RegistryHiveObj::writeThrough(const CachedHbin& hbin, u32 offsetInHbin, u32
 
 bool RegistryHiveObj::internalFlush() {
     if (_mode & (modeReadOnly | modeWriteThrough | modeUnsafe)) return true;
-    const u64 count = _cache.round().size();
-    for (u64 first = 0; first < count;) {
-        const u64 end = endOfRun(first);
+    const auto count = static_cast<u32>(_cache.round().size());
+    for (u32 first = 0; first < count;) {
+        const u32 end = endOfRun(first);
         if (!writeBack(first, end)) return false;
         first = end;
     }
@@ -81,9 +81,9 @@ bool RegistryHiveObj::internalFlush() {
 
 /// Behind the last of the round's hbins that can be written in one piece with the one at index `first`: they
 /// are changed, and lie one behind the other in the cache and in the file, which is long enough.
-u64 RegistryHiveObj::endOfRun(u64 first) {
+u32 RegistryHiveObj::endOfRun(u32 first) {
     const Array<u32>& round = _cache.round();
-    u64 next = first + 1;
+    u32 next = first + 1;
     for (; !PLAIN_PATH && next < round.size(); ++next) {
         const CachedHbin& last = _cache.entry(round[next - 1]);
         const CachedHbin& hbin = _cache.entry(round[next]);
@@ -98,7 +98,7 @@ u64 RegistryHiveObj::endOfRun(u64 first) {
 
 /// Writes what has changed of the round's hbins from index `first` to `end`, a run. Those written before a
 /// failure count as written.
-bool RegistryHiveObj::writeBack(u64 first, u64 end) {
+bool RegistryHiveObj::writeBack(u32 first, u32 end) {
     const Array<u32>& round = _cache.round();
     const CachedHbin& head = _cache.entry(round[first]);
     if (!head.dirty) return true;
@@ -110,7 +110,7 @@ bool RegistryHiveObj::writeBack(u64 first, u64 end) {
     const CachedHbin& tail = _cache.entry(round[end - 1]);
     const u32 bytes = tail.position + tail.size - head.position;
     u64 written = _file->write(ShPtr(_cache.at(head.position)), bytes);
-    for (u64 i = first; i < end; ++i) {
+    for (u32 i = first; i < end; ++i) {
         CachedHbin& hbin = _cache.entry(round[i]);
         if (written < hbin.size) {
             log(4, Channel::hive, "Failed to flush hbin: ", hbin.hbinIdx,

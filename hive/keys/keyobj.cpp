@@ -7,7 +7,8 @@
 
 namespace Libraries::Files::Hive {
 
-KeyObj::KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, Ref<KnownKey> known)
+KeyObj::KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, Ref<KnownKey> known,
+               const Ref<String>& name)
     : _hive(std::move(hive)),
       _parent(std::move(parent)),
       _known(std::move(known)),
@@ -15,12 +16,12 @@ KeyObj::KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, Ref
       _depth(_parent ? _parent->_depth + 1 : 0),
       _codepage(_hive->codepage()),
       _readOnly(_hive->readonly()) {
-    _valid = loadRecord();
+    _valid = loadRecord(name);
 }
 
 KeyObj::~KeyObj() = default;
 
-bool KeyObj::loadRecord() {
+bool KeyObj::loadRecord(const Ref<String>& knownName) {
     if (_known) {
         _name.set(_known->name());
         takeRecord(_known->record());
@@ -30,7 +31,7 @@ bool KeyObj::loadRecord() {
     KeyRecord record;
     if (!record.load(*_hive, _recordOfs, _depth)) return false;
     // The root key is nameless: paths begin below it, whatever its record says.
-    _name.set(_parent ? record.name() : String::create());
+    _name.set(!_parent ? String::create() : knownName ? knownName : record.name());
     takeRecord(record.fixedPart());
     return true;
 }

@@ -44,9 +44,10 @@ class HIVE_API KeyObj final : public Key, public Object {
     static constexpr u32 MAX_KEY_DEPTH = KeyRecord::MAX_DEPTH;
 
     /// Reads the key at `recordOfs`; check `valid()`. `parent` is null for the root key, and only for it.
-    /// Where the key is known (may be null) its record is not looked at. Error: 0x2004 no readable nk record.
-    /// Internal.
-    KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, Ref<KnownKey> known = nullptr);
+    /// Where the key is known (may be null) its record is not looked at, and where its `name` is, that is not
+    /// read. Error: 0x2004 no readable nk record. Internal.
+    KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, Ref<KnownKey> known = nullptr,
+           const Ref<String>& name = nullptr);
     ~KeyObj() override;
 
     Ref<String> name() override { return _valid ? _name.get() : nullptr; }
@@ -128,7 +129,8 @@ class HIVE_API KeyObj final : public Key, public Object {
 
  private:
     bool canChange() const;
-    bool loadRecord();
+    bool loadRecord(const Ref<String>& knownName);
+    Ref<KeyObj> openSubkey(u32 index, const Ref<String>& knownName);
 
     bool hasSubkey(u32 index);
     u32 subkeyRecord(u32 index) {

@@ -1,6 +1,7 @@
 #include "hive/hivelog.h"
 #include "hive/keys/keyiteratorobj.h"
 #include "hive/keys/keyobj.h"
+#include "hive/nameencoding.h"
 #include "hive/recordbuilder.h"
 
 namespace Libraries::Files::Hive {
@@ -33,7 +34,7 @@ Ref<Key> KeyObj::createKey(Ref<String> name) {
     }
     for (const auto& weak : _keyIterators)
         if (const Ref<KeyIteratorObj> iterator = weak.lock()) iterator->insertedAt(position);
-    return key(position);
+    return openSubkey(position, isStoredWhole(name) ? name : nullptr);
 }
 
 /// Writes the nk record of a new subkey and computes its hint or hash. Returns its offset, INVALID_RECORD on

@@ -17,10 +17,20 @@ const char* signatureOf(KeyListType type) {
     }
 }
 
-void putEntry(RecordBuilder& record, KeyListType type, const SubkeyEntry& entry) {
-    record.put32(entry.record);
-    if (type == keyListLH) record.put32(entry.hash.hash);
-    if (type == keyListLF) record.put(entry.hash.hint, sizeof(entry.hash.hint));
+void putEntries(RecordBuilder& record, KeyListType type, const SubkeyEntry* entries, u32 count) {
+    if (type != keyListLH && type != keyListLF) {
+        for (u32 i = 0; i < count; ++i) record.put32(entries[i].record);
+        return;
+    }
+    u8* place = record.extend(u64{count} * sizeof(hive_list_entry));
+    for (u32 i = 0; i < count; ++i, place += sizeof(hive_list_entry)) {
+        hive_list_entry stored;
+        stored.record = HostToL32(entries[i].record);
+        const u32 hash = HostToL32(entries[i].hash.hash);
+        Mem::copy(stored.hint, type == keyListLH ? static_cast<const void*>(&hash) : entries[i].hash.hint,
+                  sizeof(stored.hint));
+        std::memcpy(place, &stored, sizeof(stored));
+    }
 }
 
 }  // namespace
@@ -34,7 +44,7 @@ u32 KeyObj::writeKeyListRecord(u32 cell, u32 first, u16 count, u32 minSize) {
     record.put16(count);
     if (count > 0) {
         const Sublist& list = _keyList.sublist(_keyList.sublistOf(first));
-        for (u32 i = 0; i < count; ++i) putEntry(record, _listType, list.entries[first - list.start + i]);
+        putEntries(record, _listType, &list.entries[first - list.start], count);
     }
     const u32 size = std::max(record.recordSize(), minSize);
     const bool fresh = cell == INVALID_RECORD;

@@ -155,8 +155,8 @@ bool KeyObj::makeHash(KeyListType type, const Ref<String>& name, SubkeyHash& has
                       bool lenient) const {
     hash = {};
     const auto toByte = [&](char16_t unit, u8& byte) {
-        byte = 0;
-        if (charToByte(unit, _codepage, byte)) return true;
+        byte = static_cast<u8>(unit);
+        if (unit < 128 || charToByte(unit, _codepage, byte)) return true;
         byte = 0;
         return lenient;
     };

@@ -43,10 +43,15 @@ void KeyObj::becomeKnown(bool listInUse) {
 
 Ref<KeyObj> KeyObj::key(u32 index) {
     const MonGuard guard(_hive->monitor());
+    return openSubkey(index, nullptr);
+}
+
+/// The subkey at an index; `knownName` is its name when the caller has it.
+Ref<KeyObj> KeyObj::openSubkey(u32 index, const Ref<String>& knownName) {
     if (!hasSubkey(index)) return nullptr;
     if (Ref<KeyObj> live = liveSubkey(index)) return live;
     auto built = makeRef<KeyObj>(_hive, subkeyRecord(index), Ref<KeyObj>(this),
-                                 _known ? _known->subkeys()[index].key : nullptr);
+                                 _known ? _known->subkeys()[index].key : nullptr, knownName);
     built->_place = index;
     if (built->valid())
         keepSubkey(index, built);

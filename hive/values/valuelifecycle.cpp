@@ -1,5 +1,6 @@
 #include "hive/hivelog.h"
 #include "hive/keys/keyobj.h"
+#include "hive/nameencoding.h"
 #include "hive/recordbuilder.h"
 #include "hive/values/valueobj.h"
 
@@ -46,8 +47,8 @@ Ref<ValueObj> ValueObj::createValue(const Ref<RegistryHiveObj>& hive, const Ref<
     if (cell == INVALID_RECORD) return nullptr;
     // A failed write shows in the next step: the cell then holds no vk record, or this one in memory at
     // least.
-    hive->writeRecord(cell, record.data(), RECORD_HEAD_SIZE, record.size());
-    auto value = makeRef<ValueObj>(hive, cell, parent);
+    const bool written = hive->writeRecord(cell, record.data(), RECORD_HEAD_SIZE, record.size());
+    auto value = makeRef<ValueObj>(hive, cell, parent, written && isStoredWhole(name) ? name : nullptr);
     if (!value->valid()) {
         log(3, Channel::hive, "New initialized value is not valid, record =", cell);
         return nullptr;

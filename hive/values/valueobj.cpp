@@ -5,21 +5,21 @@
 
 namespace Libraries::Files::Hive {
 
-ValueObj::ValueObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent)
+ValueObj::ValueObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, const Ref<String>& name)
     : _hive(std::move(hive)),
       _parent(std::move(parent)),
       _recordOfs(recordOfs),
       _isV13(_hive->versionMinor() == 3),
       _readOnly(_hive->readonly()) {
-    _valid = loadRecord();
+    _valid = loadRecord(name);
 }
 
 ValueObj::~ValueObj() = default;
 
-bool ValueObj::loadRecord() {
+bool ValueObj::loadRecord(const Ref<String>& knownName) {
     ValueRecord record;
     if (!record.load(*_hive, _recordOfs)) return false;
-    _name.set(record.name());
+    _name.set(knownName ? knownName : record.name());
     _recordData = record.fixedPart();
     _type = static_cast<ValueType>(L32ToHost(_recordData.type));
     _dataSize = record.dataSize();

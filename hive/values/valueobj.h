@@ -19,8 +19,9 @@ class HIVE_API ValueObj final : public Value, public Object {
     static constexpr u32 MAX_VALUE_DATA_SIZE = 1048572;
     static constexpr u32 MAX_VALUE_NAME_LENGTH = 16383;  // characters
 
-    /// Reads the value at `recordOfs`; check `valid()`. Error: 0x200C impossible resident length. Internal.
-    ValueObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent);
+    /// Reads the value at `recordOfs`; check `valid()`. A `name` that is known to be the stored one need not
+    /// be read. Error: 0x200C impossible resident length. Internal.
+    ValueObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, const Ref<String>& name = nullptr);
     ~ValueObj() override;
 
     Ref<String> name() const override { return _valid ? _name.get() : nullptr; }
@@ -67,7 +68,7 @@ class HIVE_API ValueObj final : public Value, public Object {
     static u32 datasizeFormType(ValueType type);
 
  private:
-    bool loadRecord();
+    bool loadRecord(const Ref<String>& knownName);
 
     // Data extents (extents.cpp). Internal.
     bool initExtents();

@@ -67,7 +67,7 @@ u32 ValueObj::resizeToSingle(u32 newSize) {
     if (!freeAllExtents())
         return resizeFailed("Failed to free some data records for resize to single extent. record: ");
     _recordData.data_or_offset = HostToL32(cell);
-    _extents.clear();
+    _extents.assign(1, cell);
     _dataResident = false;
     return finishResize(newSize);
 }

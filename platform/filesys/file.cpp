@@ -56,9 +56,7 @@ class FileObj final : public Object, public File {
 
     u32 elementSize() override { return 1; }
     u64 pos() override { return _position; }
-    u64 seek(u64 position) override {
-        return _position = position ? std::min(position, elementCount()) : 0;
-    }
+    u64 seek(u64 position) override { return _position = position ? std::min(position, elementCount()) : 0; }
     u64 read(ShPtr destination, u64 count, u32) override;
     u64 write(ShPtr source, u64 count, u32) override;
     u64 trim(u64, u32) override { return notSupported(); }
