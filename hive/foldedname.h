@@ -34,7 +34,7 @@ class FoldedName {
 
  private:
     std::size_t _length;
-    std::array<char16_t, 256> _few;  // holds every key name
+    std::array<char16_t, 256> _few;  // holds every key name the library writes
     Utf16Buffer _many;
 };
 

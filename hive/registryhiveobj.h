@@ -7,6 +7,7 @@
 #include "hive/hivefile.h"
 #include "hive/keys/knownkey.h"
 #include "hive/readonlycache.h"
+#include "hive/values/valuechanges.h"
 #include "platform/filesys/file.h"
 #include "platform/system/heap.h"
 
@@ -63,6 +64,8 @@ class RegistryHiveObj final : public HiveFile, public Object {
 
     /// What searches know of the keys; of a read-only hive.
     KnownKeys& knownKeys() { return _knownKeys; }
+    /// What value lists must no longer know.
+    ValueChanges& valueChanges() { return _valueChanges; }
 
     // Record access (recordaccess.cpp). Results stay valid until the next store operation.
 
@@ -177,6 +180,7 @@ class RegistryHiveObj final : public HiveFile, public Object {
     const HiveCodepage _codepage;
     HbinTable _hbins;
     KnownKeys _knownKeys;
+    ValueChanges _valueChanges;
     std::atomic<bool> _valid{false};
 };
 

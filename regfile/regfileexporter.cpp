@@ -11,6 +11,27 @@ namespace {
 constexpr u64 FIRST_READ = 65536;
 constexpr auto TOO_MUCH = "More keys and values than the hive can hold: ";
 
+/// The subkeys or values of a key, as they are when the walk gets to them: others may add and delete some
+/// meanwhile. A list that cannot be read gives none, which must not pass for an empty one: the text would
+/// look complete.
+template <typename Iterator>
+class Entries {
+ public:
+    explicit Entries(Ref<Iterator> iterator)
+        : _iterator(std::move(iterator)), _unreadable(_iterator && _iterator->count() > 0) {}
+
+    auto next() {
+        auto entry = _iterator ? _iterator->next() : nullptr;
+        if (entry || !_iterator || _iterator->count() == 0) _unreadable = false;
+        return entry;
+    }
+    bool unreadable() const { return _unreadable; }
+
+ private:
+    const Ref<Iterator> _iterator;
+    bool _unreadable;  // it said there are entries and has not given one
+};
+
 }  // namespace
 
 RegFileExporter::RegFileExporter(Ref<CharPrinter> out, Ref<CharPrinter> errorPrinter, bool flag,
@@ -43,25 +64,20 @@ bool RegFileExporter::exportKey(const Ref<Key>& key) {
 }
 
 bool RegFileExporter::exportSubkeys(const Ref<Key>& key) {
-    const Ref<KeyIterator> subkeys = key->keyIterator();
+    Entries<KeyIterator> entries(key->keyIterator());
     const std::size_t length = _path.size();
-    for (u32 left = subkeys ? subkeys->count() : 0; left > 0; --left) {
-        const Ref<Key> subkey = subkeys->next();
-        // A list that cannot be read must not pass for an empty one: the text would look complete.
-        if (!subkey) return fail("Failed to read the subkeys of: ");
+    while (const Ref<Key> subkey = entries.next()) {
         if (!_budget->takeEntry()) return fail(TOO_MUCH);
         _path += u'\\';
         if (!exportKey(subkey)) return false;
         _path.resize(length);
     }
-    return true;
+    return !entries.unreadable() || fail("Failed to read the subkeys of: ");
 }
 
 bool RegFileExporter::exportValues(const Ref<Key>& key) {
-    const Ref<ValueIterator> values = key->valueIterator();
-    for (u32 left = values ? values->count() : 0; left > 0; --left) {
-        const Ref<Value> value = values->next();
-        if (!value) return fail("Failed to read the values of: ");
+    Entries<ValueIterator> entries(key->valueIterator());
+    while (const Ref<Value> value = entries.next()) {
         if (!_budget->takeEntry()) return fail(TOO_MUCH);
         const Ref<String> name = value->name();
         if (!name)
@@ -70,7 +86,7 @@ bool RegFileExporter::exportValues(const Ref<Key>& key) {
         if (!_budget->takeData(name->length())) return fail(TOO_MUCH);
         if ((_text.binaryOnly() || !exportAsText(value, name)) && !exportAsBinary(value, name)) return false;
     }
-    return true;
+    return !entries.unreadable() || fail("Failed to read the values of: ");
 }
 
 /// Reports an error about the key whose path `_path` is; returns false.

@@ -38,6 +38,7 @@ bool KeyObj::move(Ref<Key> key, Ref<String> newName) {
         return false;
     }
     moved->setParent(Ref<KeyObj>(this));
+    moved->_place = position;
     return true;
 }
 
@@ -67,7 +68,7 @@ bool KeyObj::canReceive(const Ref<KeyObj>& moved) const {
 /// names the same keys again and again.
 bool KeyObj::fitsInto(u32 levels, u64& budget) {
     if (levels == 0 || budget-- == 0) return false;
-    for (u32 i = 0; i < _numOfKeys; ++i)
+    for (u32 i = 0; hasSubkey(i); ++i)  // not as many as the record claims: the list may be unreadable
         if (const Ref<KeyObj> child = key(i); child && child->valid() && !child->fitsInto(levels - 1, budget))
             return false;
     return true;
@@ -134,8 +135,6 @@ bool KeyObj::move(Ref<Value> value, Ref<String> newName) {
     const Ref<KeyObj> oldKey = moved->parent();
     const u32 record = moved->setName(newName);
     if (record == 0 || record == INVALID_RECORD) return false;
-    for (ValueEntry& entry : oldKey->_values)  // should the move fail below, the old entry has another name
-        if (entry.value.refersTo(moved.get())) entry.nameKnown = false;
     // Linked first: within one key the value's first entry is then the old one, so that it ends up last.
     if (!linkValue(moved) || !oldKey->unlinkValue(moved)) return false;
     moved->setParent(Ref<KeyObj>(this));

@@ -130,7 +130,7 @@ class HIVE_API KeyObj final : public Key, public Object {
  private:
     bool canChange() const;
     bool loadRecord(const Ref<String>& knownName);
-    Ref<KeyObj> openSubkey(u32 index, const Ref<String>& knownName);
+    Ref<KeyObj> openSubkey(u32 index, const Ref<String>& knownName = nullptr);
 
     bool hasSubkey(u32 index);
     u32 subkeyRecord(u32 index) {
@@ -141,12 +141,13 @@ class HIVE_API KeyObj final : public Key, public Object {
     void becomeKnown(bool listInUse);
     void takeRecord(const hive_record_nk& record);
     void foresee(const FoldedName& name) const;
-    bool compareSubkey(u32 index, const FoldedName& name, int& order, bool& isEmpty);
+    bool compareSubkey(u32 index, const FoldedName& name, int& order, bool& isEmpty, Ref<KeyObj>& object);
     bool loadTopList(const RecordView& record);
     bool loadOneLevel(const RecordView& record, KeyListType type, const char* failure);
     bool loadTwoLevel(const RecordView& record);
     u16 loadList(const RecordView& record, KeyListType type, u32 start, Array<SubkeyEntry>& entries) const;
 
+    void forgetChangedValues();
     bool mayBeNamed(u32 index, u32 nameHash, bool& readable);
     bool rewriteValueList(u32 removed);
     bool syncValueList(u32 cell);
@@ -176,8 +177,9 @@ class HIVE_API KeyObj final : public Key, public Object {
     SubkeyList _keyList;     // empty where the list of `_known` serves
     Ref<KnownKey> _known;    // of a read-only hive, once its subkeys were searched
     SubkeyObjects _subkeys;  // the objects last built for subkeys, where `_keyList` is empty
-    u32 _place = NO_INDEX;   // in the parent's list, when it was built
+    u32 _place = NO_INDEX;   // in the parent's list, when it got there
     Array<ValueEntry> _values;
+    u64 _changesSeen = 0;  // of the hive's value changes
     NameSlot _name;
     hive_record_nk _record{};  // in file byte order
     u32 _recordOfs;

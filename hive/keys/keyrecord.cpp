@@ -36,24 +36,28 @@ bool KeyRecord::check(RegistryHiveObj& hive, u32 depth) {
 }
 
 Ref<String> KeyRecord::name() const {
-    const Ref<String> name =
-        decodeName(_view, sizeof(_nk), L16ToHost(_nk.nameLength), isCompressed(), _codepage);
+    const Ref<String> name = decodedName();
     if (!name)
         log(3, Channel::hive,
             "Name of key could not be converted from codepaged name to Ref<String>. key:", _offset);
     return name;
 }
 
-int KeyRecord::compareName(const FoldedName& other, bool& isEmpty) const {
-    int order = 0;
+Ref<String> KeyRecord::decodedName() const {
+    return decodeName(_view, sizeof(_nk), L16ToHost(_nk.nameLength), isCompressed(), _codepage);
+}
+
+bool KeyRecord::compareName(const FoldedName& other, int& order, bool& isEmpty) const {
     const bool plain = plainName([&](u64 length, auto unitAt) {
         isEmpty = length == 0;
         order = other.compareOther(length, unitAt);
     });
-    if (plain) return order;
-    const Ref<String> own = name();
-    isEmpty = !own || own->isEmpty();
-    return other.compareOther(own ? own->view() : std::u16string_view());
+    if (plain) return true;
+    const Ref<String> own = decodedName();
+    if (!own) return false;
+    isEmpty = own->isEmpty();
+    order = other.compareOther(own->view());
+    return true;
 }
 
 }  // namespace Libraries::Files::Hive

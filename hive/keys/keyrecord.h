@@ -34,12 +34,13 @@ class KeyRecord {
                 [bytes](u64 i) { return static_cast<char16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8); });
         return true;
     }
-    /// How the name, upper-cased, compares with `other`: less than 0, 0 or greater than 0. A name that is
-    /// null counts as empty; `isEmpty` tells of both.
-    int compareName(const FoldedName& other, bool& isEmpty) const;
+    /// How the name, upper-cased, compares with `other`: `order` becomes less than 0, 0 or greater than 0.
+    /// False, without a log line, when a byte of it has no character.
+    bool compareName(const FoldedName& other, int& order, bool& isEmpty) const;
 
  private:
     bool check(RegistryHiveObj& hive, u32 depth);
+    Ref<String> decodedName() const;
     bool isCompressed() const { return (L16ToHost(_nk.flags) & hive_record_nk::FLAG_COMPRESSED_NAME) != 0; }
 
     RecordView _view;

@@ -43,12 +43,11 @@ void KeyObj::becomeKnown(bool listInUse) {
 
 Ref<KeyObj> KeyObj::key(u32 index) {
     const MonGuard guard(_hive->monitor());
-    return openSubkey(index, nullptr);
+    return hasSubkey(index) ? openSubkey(index) : nullptr;
 }
 
-/// The subkey at an index; `knownName` is its name when the caller has it.
+/// The subkey at an index; `knownName` is its name when the caller has it. REQUIRES: hasSubkey(index).
 Ref<KeyObj> KeyObj::openSubkey(u32 index, const Ref<String>& knownName) {
-    if (!hasSubkey(index)) return nullptr;
     if (Ref<KeyObj> live = liveSubkey(index)) return live;
     auto built = makeRef<KeyObj>(_hive, subkeyRecord(index), Ref<KeyObj>(this),
                                  _known ? _known->subkeys()[index].key : nullptr, knownName);
@@ -60,28 +59,33 @@ Ref<KeyObj> KeyObj::openSubkey(u32 index, const Ref<String>& knownName) {
     return built;
 }
 
-/// How the upper-cased name of the subkey at `index` compares with `name`, seen in its record unless there is
-/// an object: with the log lines and error codes of building one. False when it has no sound record.
-bool KeyObj::compareSubkey(u32 index, const FoldedName& name, int& order, bool& isEmpty) {
+/// How the upper-cased name of the subkey at `index` compares with `name`. It is seen in the record, with the
+/// log lines and error codes of building an object; one that is there or has to be built becomes `object`.
+/// A name that is null counts as empty. False when the subkey has no sound record.
+bool KeyObj::compareSubkey(u32 index, const FoldedName& name, int& order, bool& isEmpty,
+                           Ref<KeyObj>& object) {
     if (!hasSubkey(index)) return false;
     if (_known && _known->knowsName(index)) {
         order = _known->compareName(index, name, isEmpty);
         return true;
     }
-    if (const Ref<KeyObj> live = PLAIN_PATH ? key(index) : liveSubkey(index)) {
-        const Ref<String> own = live->name();
-        isEmpty = !own || own->isEmpty();
-        order = name.compareOther(own ? own->view() : std::u16string_view());
-        return live->valid();
+    object = PLAIN_PATH ? openSubkey(index) : liveSubkey(index);
+    if (!object) {
+        KeyRecord record;
+        if (!record.load(*_hive, subkeyRecord(index), _depth + 1)) {
+            log(3, Channel::hive, "New created KeyObj not valid");
+            return false;
+        }
+        if (record.compareName(name, order, isEmpty)) {
+            if (_known) _hive->knownKeys().grew(_known->keepName(index, record));
+            return true;
+        }
+        object = openSubkey(index);  // which tells why it has no name
     }
-    KeyRecord record;
-    if (!record.load(*_hive, subkeyRecord(index), _depth + 1)) {
-        log(3, Channel::hive, "New created KeyObj not valid");
-        return false;
-    }
-    order = record.compareName(name, isEmpty);
-    if (_known) _hive->knownKeys().grew(_known->keepName(index, record));
-    return true;
+    const Ref<String> own = object->name();
+    isEmpty = !own || own->isEmpty();
+    order = name.compareOther(own ? own->view() : std::u16string_view());
+    return object->valid();
 }
 
 Ref<Key> KeyObj::key(Ref<String> name) {
@@ -145,12 +149,13 @@ Ref<KeyObj> KeyObj::binaryFindKey(std::u16string_view name, u32* position) {
     for (;;) {
         int order = 0;
         bool isEmpty = false;
-        bool readable = listed && compareSubkey(mid, wanted, order, isEmpty);
+        Ref<KeyObj> other;  // kept while a linear search may come by it again
+        bool readable = listed && compareSubkey(mid, wanted, order, isEmpty, other);
         const bool fallBack = readable && isEmpty && (_hive->mode() & HiveFile::modeLinearFallback);
-        Ref<KeyObj> found;
-        if (order == 0 && readable && !fallBack) {
-            found = key(mid);
-            readable = found && found->valid();
+        const bool found = readable && order == 0 && !fallBack;
+        if (found) {
+            if (!other) other = openSubkey(mid);
+            readable = other->valid();
         }
         if (!readable) {
             log(3, Channel::hive, "Failed to open sub key for binary search. key: ", mid);
@@ -162,7 +167,7 @@ Ref<KeyObj> KeyObj::binaryFindKey(std::u16string_view name, u32* position) {
         }
         if (found) {
             place = mid;
-            return found;
+            return other;
         }
         assertCondition(mid >= min && mid <= max, "mid >= min && mid <= max", function);
         if (order < 0) {

@@ -1,6 +1,7 @@
 #include "hive/hivelog.h"
 #include "hive/keys/keyiteratorobj.h"
 #include "hive/keys/keyobj.h"
+#include "hive/plainpath.h"
 
 namespace Libraries::Files::Hive {
 
@@ -81,14 +82,23 @@ bool KeyObj::insertKey(u32 position, u32 nkOffset, SubkeyHash hash, const Ref<Ke
     return syncKeyRecord();
 }
 
-/// The index of the entry of this very object. Its name leads to it; only an entry out of its place is
+/// The index of the entry of this very object. It mostly is where it was when the object was built, or one
+/// further after a move within the list; else its name leads to it, and only an entry out of its place is
 /// searched for.
 u32 KeyObj::indexOfKey(const Ref<KeyObj>& key, u32 skipIndex) {
-    u32 index = NO_INDEX;
-    if (const Ref<String> name = key->name(); name && binaryFindKey(name->view(), &index) &&
-                                              index != skipIndex &&
-                                              _keyList.at(index).key.refersTo(key.get()))
-        return index;
+    const auto isAt = [&](u32 index) {
+        return index != skipIndex && index < _keyList.size() && _keyList.at(index).key.refersTo(key.get());
+    };
+    if (const u32 place = key->_place; !PLAIN_PATH && place != NO_INDEX) {
+        if (isAt(place)) return place;
+        if (isAt(place + 1)) return place + 1;
+        const u32 error = Error::get();  // that of the search is nobody's
+        const Ref<String> name = key->name();
+        u32 index = NO_INDEX;
+        const bool named = name && binaryFindKey(name->view(), &index);
+        Error::set(error);
+        if (named && isAt(index)) return index;
+    }
     for (u32 j = 0; j < _keyList.sublists(); ++j) {
         const Sublist& list = _keyList.sublist(j);
         for (u32 i = list.start; i < list.end(); ++i)

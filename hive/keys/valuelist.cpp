@@ -61,6 +61,7 @@ Ref<Value> KeyObj::value(Ref<String> name) {
         return nullptr;
     }
     const u32 nameHash = ValueRecord::hashOf(name->view());
+    forgetChangedValues();
     for (u32 i = 0; i < _numOfValues; ++i) {
         const bool listed = initValues();
         bool readable = listed;
@@ -92,6 +93,16 @@ Ref<Value> KeyObj::createValue(Ref<String> name, Value::ValueType type) {
     const Ref<ValueObj> created = ValueObj::createValue(_hive, Ref<KeyObj>(this), name, type);
     if (!created || !linkValue(created)) return nullptr;
     return created;
+}
+
+void KeyObj::forgetChangedValues() {
+    const ValueChanges& changes = _hive->valueChanges();
+    for (const bool all = !changes.knownSince(_changesSeen); _changesSeen < changes.count();) {
+        const u32 changed = changes.at(_changesSeen);
+        for (ValueEntry& entry : _values)
+            if (all || entry.record == changed) entry.nameKnown = false;
+        _changesSeen = all ? changes.count() : _changesSeen + 1;
+    }
 }
 
 /// Whether a value has to be opened to tell if its name is the one searched for. Looks at its record, with

@@ -24,7 +24,10 @@ u32 ValueObj::resizeDbList(u32 newSize) {
     const auto fragments = static_cast<u16>((newSize - 1) / FRAGMENT_DATA + 1);
     const u32 oldSize = _dataSize;
     const bool existing = !_dataResident && usesDbList();
-    if (existing && !initExtents()) return resizeFailed("Failed to initExtents() during resize of db list");
+    if (existing && !initExtents()) {
+        log(3, Channel::hive, "Failed to initExtents() during resize of db list");
+        return _dataSize;
+    }
     const bool listChanged = !existing || _dbListStale || _extents.size() != fragments;
     if (listChanged) _dbListStale = true;
     if (const char* failure = existing ? resizeFragments(fragments) : makeDbList(fragments)) {

@@ -82,6 +82,7 @@ u32 ValueObj::setName(const Ref<String>& name) {
     assertNameLength(nameLength, "Libraries::Files::Hive::ValueObj::setName");
     RecordBuilder record = buildRecord(_recordData, storedName, nameLength, compressed);
     record.put16(0);  // two bytes more than the record needs, in cells already written too
+    _hive->valueChanges().add(_recordOfs);
     const u32 cell = _hive->resizeRecord(_recordOfs, record.recordSize(), false, nullptr, false);
     if (cell == INVALID_RECORD) return 0;
     if (!_hive->writeRecord(cell, record.data(), RECORD_HEAD_SIZE, record.size())) return 0;
@@ -97,6 +98,7 @@ bool ValueObj::selfDelete() {
     if (!_valid || !freeAllExtents()) return false;
     _valid = false;
     _extents.clear();
+    _hive->valueChanges().add(_recordOfs);
     if (!_hive->releaseRecord(_recordOfs)) return false;
     _recordOfs = 0;
     return true;

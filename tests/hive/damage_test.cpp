@@ -108,6 +108,17 @@ TEST(Damage, RingOfKeysEndsAtTheDepthLimit) {
     EXPECT_TRUE(logged.contains("4 Hive: Key tree is too deep, key: ")) << logged.text();
 }
 
+// Regression: a move to a deeper level asked for each of the subkeys that an unreadable list claims to have.
+TEST(Damage, AMoveMeasuresNoMoreThanListsHold) {
+    HiveBuilder builder;
+    builder.build({.keys = {{.name = u"a", .keys = {{.name = u"x", .keys = {{}}}}}, {.name = u"b"}}});
+    builder.poke32(builder.key(u"a/x").record + 24, 0xFFFFFFF0);
+    const OpenedHive opened(builder, HiveFile::modeReadWrite);
+    LogCapture logged;
+    EXPECT_TRUE(opened.root->key(1)->move(Ref<Key>(opened.root->key(0)), text(u"n")));
+    EXPECT_LT(logged.count("\n"), 30u);
+}
+
 TEST(Damage, BrokenSubkeyListsAreRefused) {
     constexpr auto lh = ListKind::lh, lf = ListKind::lf, li = ListKind::li;
     constexpr auto riLh = ListKind::riLh, riLi = ListKind::riLi;
@@ -237,6 +248,15 @@ TEST(Damage, BrokenDataIsRefused) {
         {4, 4, "3 Hive: Wrong read result when reading u32 value, record ="},
         {11, 8, "3 Hive: Wrong read result when reading u64 value, record ="},
     };
+    {  // Regression: a text longer than the hive was refused without its reason.
+        HiveBuilder builder = valueHive(1, patternBytes(100));
+        builder.poke32(builder.value(u"", u"Value").record + 8, 0x1000000);
+        const auto value = OpenedHive(builder).root->value(0);
+        u8 byte = 0;
+        const u32 reason = errorOf([&] { return value->read(&byte, 0, 1) != 0; });
+        EXPECT_EQ(errorOf([&] { return bool(value->string(HiveImage::NONE)); }), reason);
+        EXPECT_NE(reason, 0u);
+    }
     for (const auto& test : typed) {
         HiveBuilder builder = valueHive(test.type, {1});
         builder.poke32(builder.value(u"", u"Value").record + 8, test.size);
@@ -280,6 +300,7 @@ TEST(Damage, WhatIsUnreadableIsSkipped) {
         LogCapture logged;
         const bool linear = modeBit >= 0x10;
         EXPECT_EQ(bool(opened.root->key(text(u"K1"))), linear) << "in front of a name that is too low";
+        EXPECT_EQ(logged.count("Name of key could not be converted"), 1u) << logged.text();
         EXPECT_TRUE(opened.root->key(text(u"K9")));
         EXPECT_TRUE(opened.root->key(2)->valid() && !opened.root->key(2)->name());
         EXPECT_EQ(errorOf([&] { return bool(opened.root->key(text(u"k5"))); }), 0x1003u);

@@ -1,3 +1,6 @@
+#include <functional>
+#include <utility>
+
 #include "regfile/regfileutil.h"
 #include "tests/hive/openedhive.h"
 #include "tests/support/failingstripe.h"
@@ -191,6 +194,47 @@ TEST(Export, TargetThatFailsMakesItFail) {
                 EXPECT_EQ(done, target->failures() == 0) << options << " " << kinds << " " << failing;
                 EXPECT_EQ(logged.count("3 HiveRegUtil: Failed to "), done ? 0u : 1u) << logged.text();
             }
+}
+
+/// Runs something when it is first written to.
+class MeddlingStripe final : public MemoryStripe {
+ public:
+    explicit MeddlingStripe(std::function<void()> meddle) : _meddle(std::move(meddle)) {}
+
+ private:
+    void store(u64 position, const u8* source, u64 bytes) override {
+        if (const auto meddle = std::exchange(_meddle, nullptr)) meddle();
+        MemoryStripe::store(position, source, bytes);
+    }
+    std::function<void()> _meddle;
+};
+
+// Regression: with a count taken at the start, a key created during the walk pushed the last one out.
+TEST(Export, GivesEveryKeyAndValueThatIsThereAllTheTime) {
+    for (const bool create : {true, false}) {
+        HiveBuilder builder;
+        KeyPlan tree{.keys = {{.name = u"a"}, {.name = u"b"}, {.name = u"m"}, {.name = u"z"}}};
+        tree.keys[0].values = {{u"1", 3, patternBytes(15000)}, {u"2"}, {u"3"}};
+        builder.allocate(20000);
+        builder.build(tree);
+        const OpenedHive opened(builder, HiveFile::modeReadWrite);
+        const Ref<Key> first = opened.root->key(0);
+        const auto target = makeRef<MeddlingStripe>([&] {
+            if (create) {
+                EXPECT_TRUE(opened.root->createKey(text(u"n")) &&
+                            first->createValue(text(u"4"), Value::valueBinary));
+            } else {
+                EXPECT_TRUE(opened.root->deleteKey(opened.root->key(text(u"m"))) &&
+                            first->deleteValue(first->value(text(u"2"))));
+            }
+        });
+        EXPECT_TRUE(exportTo(target, opened.root));
+        std::string names;
+        const std::string all = exported(target->bytes());
+        for (const char* name : {"\"1\"", "\"2\"", "\"3\"", "\"4\"", "\\b]", "\\m]", "\\n]", "\\z]"})
+            if (all.find(name) != std::string::npos) names += name;
+        EXPECT_EQ(names, create ? "\"1\"\"2\"\"3\"\"4\"\\b]\\m]\\n]\\z]" : "\"1\"\"3\"\\b]\\z]");
+    }
 }
 
 /// Lists that name the same records again and again, so that a walk doubles at each level or never ends; but

@@ -9,7 +9,7 @@
 namespace HiveTest {
 
 /// A byte store in memory. It may grow to 1 GiB unless another limit is set.
-class MemoryStripe final : public TestStripe {
+class MemoryStripe : public TestStripe {
  public:
     explicit MemoryStripe(std::vector<u8> bytes = {}, u32 elementSize = 1);
     explicit MemoryStripe(const std::string& text)
@@ -19,10 +19,12 @@ class MemoryStripe final : public TestStripe {
     std::vector<u8>& bytes() { return _bytes; }
     std::string text() const { return {_bytes.begin(), _bytes.end()}; }
 
+ protected:
+    void store(u64 position, const u8* source, u64 bytes) override;
+
  private:
     u64 byteCount() const override { return _bytes.size(); }
     void load(u64 position, u8* destination, u64 bytes) override;
-    void store(u64 position, const u8* source, u64 bytes) override;
     void resize(u64 bytes) override { _bytes.resize(bytes); }
 
     std::vector<u8> _bytes;
