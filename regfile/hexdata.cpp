@@ -1,5 +1,7 @@
 #include "regfile/hexdata.h"
 
+#include <array>
+
 #include "platform/iochar/stringutil.h"
 
 namespace Libraries::Files::Hive {
@@ -29,19 +31,28 @@ bool parseHead(std::u16string_view& text, u32& type) {
     return true;
 }
 
+constexpr u8 NO_DIGIT = 16;
+
+/// The values of the hexadecimal digits, by unit.
+constexpr auto digits = [] {
+    std::array<u8, 128> values{};
+    values.fill(NO_DIGIT);
+    for (u8 i = 0; i < 10; ++i) values[u'0' + i] = i;
+    for (u8 i = 0; i < 6; ++i) values[u'a' + i] = values[u'A' + i] = static_cast<u8>(10 + i);
+    return values;
+}();
+
 /// The value of a hexadecimal digit; above 15 for any other unit.
 u32 digitValue(char16_t unit) {
-    if (unit >= u'0' && unit <= u'9') return static_cast<u32>(unit - u'0');
-    if (unit >= u'a' && unit <= u'f') return static_cast<u32>(unit - u'a' + 10);
-    if (unit >= u'A' && unit <= u'F') return static_cast<u32>(unit - u'A' + 10);
-    return 16;
+    return unit < digits.size() ? digits[unit] : NO_DIGIT;
 }
 
 }  // namespace
 
 bool parseHexData(std::u16string_view text, HexData& data) {
     if (!parseHead(text, data.type)) return false;
-    data.bytes.reserve((text.size() + 1) / 3);
+    data.bytes.resize((text.size() + 1) / 3);
+    std::size_t count = 0;
     for (std::size_t at = 0; at < text.size();) {
         if (text[at] == u',') {
             ++at;
@@ -51,9 +62,10 @@ bool parseHexData(std::u16string_view text, HexData& data) {
         if (end > text.size() || (end < text.size() && text[end] != u',')) return false;
         const u32 high = digitValue(text[at]), low = digitValue(text[at + 1]);
         if ((high | low) > 15) return false;
-        data.bytes.push_back(static_cast<u8>(high << 4 | low));
-        at = end;
+        data.bytes[count++] = static_cast<u8>(high << 4 | low);
+        at = end + (end < text.size());
     }
+    data.bytes.resize(count);
     return data.bytes.size() <= UINT32_MAX;
 }
 

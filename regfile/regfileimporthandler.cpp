@@ -2,6 +2,7 @@
 
 #include "hive/errorcodes.h"
 #include "hive/hivelog.h"
+#include "hive/plainpath.h"
 #include "platform/iochar/stringutil.h"
 #include "regfile/hexdata.h"
 #include "regfile/util.h"
@@ -99,7 +100,7 @@ bool RegFileImportHandler::section(Ref<String> name) {
     const bool deletion = name->charAt(0) == u'-';
     if (deletion) name = name->sub(1);
     if (!StringUtil::startsWith(name, _prefix)) return failPrefix(name);
-    const Ref<String> path = name->sub(_prefix->length());
+    const Ref<String> path = _prefix->isEmpty() ? name : name->sub(_prefix->length());
     return deletion ? deleteSection(path) : enterSection(path);
 }
 
@@ -113,23 +114,47 @@ bool RegFileImportHandler::failPrefix(const Ref<String>& name) {
 
 /// Makes the key at `path` current, creating what is missing. The key of the section before is held until the
 /// new one is reached: with it live all its ancestors, which most sections share, and with them their loaded
-/// lists.
+/// lists. Keys on the way to both need not be looked up again.
 bool RegFileImportHandler::enterSection(const Ref<String>& path) {
     Ref<Key> key = _hive->root();
     if (!key) return fail({{"Failed to get root key"}}, {});
-    const auto names = StringUtil::split(path, u'\\');
-    for (const Ref<String>& name : *names) {
-        Ref<Key> child = key->key(name);
-        if (!child) {
-            if (_verbose) note("Create new key: ", path);
-            if (storable(name)) child = key->createKey(name);
-            if (!child) return failWithCode("Failed to create key: ", path);
-            ++_counts.keysCreated;
+    if (!(key == _root)) _steps.clear();
+    _root = key;
+    std::size_t depth = 0;
+    const std::u16string_view text = path->view();
+    for (std::size_t end, start = 0; start < text.size(); start = end + 1) {
+        end = std::min(text.find(u'\\', start), text.size());
+        const std::u16string_view element = text.substr(start, end - start);
+        if (element.empty()) continue;
+        if (depth == _steps.size() || !isStep(_steps[depth], element)) {
+            _steps.resize(depth);
+            const Ref<String> name = String::create(element);
+            const Ref<Key> child = openOrCreate(key, name, path);
+            if (!child) return false;
+            _steps.push_back({name, child, child->name()});
         }
-        key = child;
+        key = _steps[depth++].key;
     }
+    _steps.resize(depth);
     _current = key;
     return true;
+}
+
+/// Whether a look-up of the element would lead to this key again.
+bool RegFileImportHandler::isStep(const Step& step, std::u16string_view element) {
+    return !PLAIN_PATH && step.element->equal(element) && step.name && step.key->name() == step.name;
+}
+
+Ref<Key> RegFileImportHandler::openOrCreate(const Ref<Key>& key, const Ref<String>& name,
+                                            const Ref<String>& path) {
+    if (Ref<Key> child = key->key(name)) return child;
+    if (_verbose) note("Create new key: ", path);
+    Ref<Key> child = storable(name) ? key->createKey(name) : nullptr;
+    if (child)
+        ++_counts.keysCreated;
+    else
+        failWithCode("Failed to create key: ", path);
+    return child;
 }
 
 /// Deletes the key at `path`, if it exists. No key is current afterwards, so that values below such a line
@@ -138,6 +163,7 @@ bool RegFileImportHandler::deleteSection(const Ref<String>& path) {
     Ref<Key> key = _hive->root();
     if (!key) return fail({{"Failed to get root key"}}, {});
     _current = nullptr;
+    _steps.clear();
     Ref<Key> parent;
     const auto names = StringUtil::split(path, u'\\');
     for (const Ref<String>& name : *names) {
@@ -210,7 +236,7 @@ bool RegFileImportHandler::setString(const Ref<String>& name, const Ref<String>&
 
 bool RegFileImportHandler::setDword(const Ref<String>& name, const Ref<String>& data) {
     u64 number = 0;
-    if (!StrConv::num(data->sub(6), number, 16))
+    if (!StrConv::num(data->view().substr(6), number, 16))
         return fail({{"Invalid dword value: ", name}}, {{"data: ", data}});
     const Ref<Value> value = valueToSet(name, Value::valueDword);
     if (!value) return false;

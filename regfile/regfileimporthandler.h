@@ -33,6 +33,13 @@ class RegFileImportHandler final : public Interfaces::IniParserInterface, public
     void settle();
 
  private:
+    /// A key on the way to the current one.
+    struct Step {
+        Ref<String> element;  // of the path it was found by
+        Ref<Key> key;
+        Ref<String> name;  // the key's own; a deleted or renamed key no longer gives this very string
+    };
+
     /// A piece of a message: fixed text, then what it is about. Borrows that for the length of a call.
     struct Piece {
         Piece(const char* fixed, const Ref<String>& about = nullptr, std::optional<u64> code = std::nullopt)
@@ -51,6 +58,8 @@ class RegFileImportHandler final : public Interfaces::IniParserInterface, public
 
     bool enterSection(const Ref<String>& path);
     bool deleteSection(const Ref<String>& path);
+    static bool isStep(const Step& step, std::u16string_view element);
+    Ref<Key> openOrCreate(const Ref<Key>& key, const Ref<String>& name, const Ref<String>& path);
     bool setString(const Ref<String>& name, const Ref<String>& data);
     bool setDword(const Ref<String>& name, const Ref<String>& data);
     bool setBinary(const Ref<String>& name, const Ref<String>& data);
@@ -58,7 +67,9 @@ class RegFileImportHandler final : public Interfaces::IniParserInterface, public
 
     const Ref<RegistryHive> _hive;
     const Ref<CharPrinter> _errorPrinter;
-    Ref<Key> _current;  // the key that value lines apply to
+    Ref<Key> _current;   // the key that value lines apply to
+    Ref<Key> _root;      // where `_steps` begin
+    Array<Step> _steps;  // to the current key; none when there is none
     Ref<String> _prefix;
     Ref<String> _versionLine;     // null until it has come
     bool _listUnsettled = false;  // values of the current key were deleted

@@ -1,5 +1,6 @@
 #include "platform/ini/iniparser.h"
 
+#include <cstring>
 #include <optional>
 
 #include "platform/system/error.h"
@@ -34,6 +35,24 @@ std::optional<std::size_t> findEquals(std::u16string_view line) {
     return first;
 }
 
+/// Where the first CR or LF stands; the text's length when there is none.
+std::size_t findLineEnd(std::u16string_view text) {
+    constexpr u64 ones = 0x0001000100010001;
+    constexpr std::size_t many = 4;
+    const auto ends = [text](std::size_t at) { return text[at] == u'\n' || text[at] == u'\r'; };
+    std::size_t at = 0;
+    for (; text.size() - at >= many; at += many) {
+        u64 four;
+        std::memcpy(&four, text.data() + at, sizeof(four));
+        // Nothing when all four are above CR, which the other control characters hardly ever spoil.
+        if (((four - ones * 14) & ~four & ones << 15) == 0) continue;
+        for (std::size_t i = at; i < at + many; ++i)
+            if (ends(i)) return i;
+    }
+    while (at < text.size() && !ends(at)) ++at;
+    return at;
+}
+
 /// One parse under way.
 class RegistryText {
  public:
@@ -41,7 +60,7 @@ class RegistryText {
         : _reader(reader), _handler(handler) {}
 
     u32 parse() {
-        while (readLine(_line)) {
+        while (readLine(_line, _store)) {
             _reader.setLine(_lines);  // the line an error is about, also when its data goes on behind it
             if (isBlank(_line) || _line.starts_with(u';')) continue;
             const u32 result = parseLine();
@@ -57,16 +76,14 @@ class RegistryText {
         const auto equals = findEquals(_line);
         if (!equals) return IniParser::malformed;
         const std::size_t dataAt = *equals + 1;
-        if (std::u16string_view(_line).substr(dataAt).starts_with(u"hex") && !readContinuations())
+        if (_line.substr(dataAt).starts_with(u"hex") && _line.ends_with(u'\\') && !readContinuations())
             return _reader.failed() ? IniParser::unreadable : IniParser::malformed;
-        const std::u16string_view line = _line;
         return told(
-            _handler.value(String::create(line.substr(0, *equals)), String::create(line.substr(dataAt))));
+            _handler.value(String::create(_line.substr(0, *equals)), String::create(_line.substr(dataAt))));
     }
 
     u32 parseSection() {
-        const std::u16string_view line =
-            std::u16string_view(_line).substr(0, _line.find_last_not_of(blanks) + 1);
+        const std::u16string_view line = _line.substr(0, _line.find_last_not_of(blanks) + 1);
         if (line.size() < 2 || !line.ends_with(u']')) return IniParser::malformed;
         _inSection = true;
         return told(_handler.section(String::create(line.substr(1, line.size() - 2))));
@@ -76,24 +93,41 @@ class RegistryText {
 
     /// Appends the lines that data ending in '\' goes on in; false when the text ends before the data does.
     bool readContinuations() {
-        Utf16Buffer next;
-        while (_line.ends_with(u'\\')) {
-            _line.pop_back();
-            if (!readLine(next)) return false;
+        if (_line.data() != _store.data()) _store = _line;
+        Utf16Buffer nextStore;
+        std::u16string_view next;
+        while (_store.ends_with(u'\\')) {
+            _store.pop_back();
+            if (!readLine(next, nextStore)) return false;
             const std::size_t start = next.find_first_not_of(blanks);
-            if (start != npos) _line.append(next, start);
+            if (start != npos) _store.append(next.substr(start));
         }
+        _line = _store;
         return true;
     }
 
-    /// Reads up to a line end, which is taken and dropped; false at the end of the text.
-    bool readLine(Utf16Buffer& line) {
+    /// Reads up to a line end, which is taken and dropped; false at the end of the text. The line is seen in
+    /// the reader's buffer, until the next call, or put together in `store`.
+    bool readLine(std::u16string_view& line, Utf16Buffer& store) {
+        const std::u16string_view ahead = _reader.ahead();
+        const std::size_t length = findLineEnd(ahead);
+        if (length + 1 >= ahead.size()) {
+            const bool read = readInPieces(store);
+            line = store;
+            return read;
+        }
+        line = ahead.substr(0, length);
+        _reader.take(length + (ahead[length] == u'\r' && ahead[length + 1] == u'\n' ? 2 : 1));
+        ++_lines;
+        return !_reader.failed();
+    }
+
+    bool readInPieces(Utf16Buffer& line) {
         line.clear();
         bool any = false;
         for (auto ahead = _reader.ahead(); !ahead.empty(); ahead = _reader.ahead()) {
             any = true;
-            std::size_t length = 0;
-            while (length < ahead.size() && ahead[length] != u'\n' && ahead[length] != u'\r') ++length;
+            const std::size_t length = findLineEnd(ahead);
             line.append(ahead.substr(0, length));
             const bool ended = length < ahead.size();
             const bool carriageReturn = ended && ahead[length] == u'\r';
@@ -109,7 +143,8 @@ class RegistryText {
 
     CharReader& _reader;
     Interfaces::IniParserInterface& _handler;
-    Utf16Buffer _line;
+    std::u16string_view _line;
+    Utf16Buffer _store;  // of a line that does not lie in one piece
     u64 _lines = 0;
     bool _inSection = false;
 };

@@ -99,15 +99,17 @@ u64 ReaderObj::read(ShPtr destination, u64 count, u32) {
 
 /// Decodes the next block that holds any units. False at the end of the text or of what can be read.
 bool ReaderObj::fillUnits() {
-    _units.clear();
     _unitsPos = 0;
-    while (_units.empty() && !_ended) {
+    bool any = false;
+    while (!any && !_ended) {
         if (!_begun) _stripe->seek(0);
         fillBytes();
         if (!_begun) begin();
         decode();
+        any = !_units.empty();
     }
-    return !_units.empty();
+    if (!any) _units.clear();
+    return any;
 }
 
 /// Takes the next block. Only the last one is not full, so that no unit of UTF-16 lies across a border.
@@ -140,7 +142,10 @@ void ReaderObj::begin() {
     if (_encoding == Encoding::utf16Le && looksLikeUtf8(_bytes)) _encoding = Encoding::utf8;
 }
 
+/// Replaces the units by those of the block.
 void ReaderObj::decode() {
+    const bool isUtf16 = _encoding != Encoding::utf8 && _encoding != Encoding::ansi;
+    if (!isUtf16) _units.clear();
     if (_encoding == Encoding::utf8) {
         _utf8.feed(_bytes, _units);
         if (_ended && _error == 0) _utf8.finish(_units);
