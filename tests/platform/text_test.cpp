@@ -217,10 +217,13 @@ TEST(IniParser, SplitsTextByItsRules) {
         {"v\\\n[s\\]", "1 L v\\|2 S s\\|"},
         {"[s]\n@=-\n@=hex:01,\\\n02,\\", "1 S s|2 V @ -> -|", 3},
         {"[s]\n@=hex:01,\\\n", "1 S s|", 2},
+        // What looks like line ends to a careless reader, U+0A0D among it.
+        {"v\t\x01\x0B\x0E\xE0\xA8\x8D\xC4\x8A\xF0\x9F\x98\x80\x0C w\r\n[s]",
+         "1 L v\t\x01\x0B\x0E\xE0\xA8\x8D\xC4\x8A\xF0\x9F\x98\x80\x0C w|2 S s|"},
         {"", ""},
     };
     for (const auto& test : cases)
-        for (const u32 buffer : {0u, 1u}) {
+        for (const u32 buffer : {0u, 1u, 2u, 3u, 5u, 8u, 13u}) {
             const Told told = parse(storeOf(test.text), buffer);
             EXPECT_EQ(told.result, test.failing ? IniParser::malformed : IniParser::parsed) << test.text;
             EXPECT_EQ(told.line, test.failing ? test.failing : told.line) << test.text;

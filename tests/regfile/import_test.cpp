@@ -1,7 +1,9 @@
 #include <algorithm>
+#include <functional>
 #include <sstream>
 
 #include "regfile/regfileutil.h"
+#include "regfile/util.h"
 #include "tests/hive/openedhive.h"
 #include "tests/support/failingstripe.h"
 
@@ -252,6 +254,11 @@ TEST(Import, AppliesSectionsAndValues) {
         {"[-A\\b]", a, "+0 -2 =0 -0"},
         {"[-A\\missing\\B]\n[-B]", a + b + c, "+0 -0 =0 -0"},
         {"[-A]\n[A]\n@=\"again\"", "[A]\n@=\"again\"\n\n", "+1 -3 =1 -0"},
+        {"[A\\B\\N]\n[a\\b\\C]\n@=\"c\"\n[A\\B\\N\\M]\n@=\"m\"\n[A]\n@=\"a\"",
+         "[A]\n\"s\"=\"x\"\n\"b\"=hex:01,02\n@=\"a\"\n\n" + b + "[A\\B\\C]\n@=\"c\"\n\n[A\\B\\N]\n\n" +
+             "[A\\B\\N\\M]\n@=\"m\"\n\n",
+         "+2 -0 =3 -0"},
+        {"[A\\B\\C]\n[-A\\B]\n[A\\B\\C]\n@=\"new\"", a + b + "[A\\B\\C]\n@=\"new\"\n\n", "+2 -2 =1 -0"},
         {"[A]\n\"S\"=-\n\"none\"=-\n[A\\B\\C]\n@=-", "[A]\n\"b\"=hex:01,02\n\n" + b + "[A\\B\\C]\n\n",
          "+0 -0 =0 -2"},
         {"[A]\n\"S\"=\"yy\"\n\"B\"=hex(3):03", "[A]\n\"s\"=\"yy\"\n\"b\"=hex:03\n\n" + b + c, "+0 -0 =2 -0"},
@@ -278,6 +285,46 @@ TEST(Import, AppliesSectionsAndValues) {
             hive.reopen();
             EXPECT_EQ(treeOf(hive), test.tree);
             hive.expectSound();
+        }
+}
+
+/// A text during whose reading something else happens.
+class InterruptedText final : public TestStripe {
+ public:
+    InterruptedText(std::string bytes, std::function<void()> interrupt)
+        : TestStripe(1, bytes.size()), _bytes(std::move(bytes)), _interrupt(std::move(interrupt)) {}
+
+ private:
+    u64 byteCount() const override { return _bytes.size(); }
+    void load(u64 position, u8* destination, u64 bytes) override {
+        if (position > 0 && position < _bytes.size()) _interrupt();
+        std::copy_n(_bytes.begin() + static_cast<std::ptrdiff_t>(position), bytes, destination);
+    }
+    void store(u64, const u8*, u64) override {}
+    void resize(u64) override {}
+
+    const std::string _bytes;
+    const std::function<void()> _interrupt;
+};
+
+TEST(Import, KeysOfTheSectionBeforeMayGoOrBeRenamed) {
+    const std::string pause = ";" + std::string(70000, ' ') + "\n";
+    for (const bool renamed : {false, true})
+        for (const char* section : {"[A\\B]\n", "[A\\B\\C]\n"}) {
+            OpenedHive hive(5);
+            const auto change = [&] {
+                const u32 code = Platform::Error::get();
+                const auto a = hive.root->key(text(u"A")), b = a->key(text(u"B"));
+                EXPECT_TRUE(renamed ? a->move(b, text(u"D")) : Util::recursiveKeyDelete(a, b));
+                Platform::Error::set(code);  // not of the reading
+            };
+            const auto source = makeRef<InterruptedText>(
+                "\xEF\xBB\xBFv\n[A\\B\\C]\n" + pause + section + "@=\"x\"\n", change);
+            const Outcome outcome = importFrom(hive.hive, source);
+            EXPECT_TRUE(outcome.done) << outcome.errors;
+            const bool deep = std::string_view(section).find('C') != std::string_view::npos;
+            EXPECT_EQ(treeOf(hive), "[A]\n\n[A\\B]\n"s + (deep ? "\n[A\\B\\C]\n" : "") + "@=\"x\"\n\n" +
+                                        (renamed ? "[A\\D]\n\n[A\\D\\C]\n\n" : ""));
         }
 }
 
