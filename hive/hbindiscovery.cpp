@@ -1,4 +1,5 @@
 #include "hive/hivelog.h"
+#include "hive/plainpath.h"
 #include "hive/registryhiveobj.h"
 
 namespace Libraries::Files::Hive {
@@ -15,9 +16,12 @@ u32 RegistryHiveObj::hbinFromOffset(u32 offset) {
     if (checked && (end > UINT32_MAX || u64{offset} + RECORD_HEAD_SIZE >= hbinsSize())) return INVALID_HBIN;
     const bool known = !_hbins.empty() && offset <= _hbins.end();
     const u32 found = known ? _hbins.find(offset) : _hbins.size();
-    // The file may have shrunk under us; only what is cached does without it.
+    // The file may have shrunk under us; only what is cached does without it. What is only going to be read
+    // tells by itself.
     const bool cached = found < _hbins.size() && _hbins[found].isCached();
-    if (checked && !cached && end >= _file->elementCount()) return INVALID_HBIN;
+    const bool willTell = !PLAIN_PATH && readonly() && found < _hbins.size() &&
+                          _hbins.holding(offset) == found && _hbins[found].size <= _cache.room();
+    if (checked && !cached && !willTell && isBehindFile(offset)) return INVALID_HBIN;
     if (!known) return discoverHbins(offset);
 
     if (!assertCondition(found < _hbins.size(), "ele != _hbins.end()", function)) return INVALID_HBIN;
@@ -28,9 +32,37 @@ u32 RegistryHiveObj::hbinFromOffset(u32 offset) {
     return found;
 }
 
+/// Whether the file ends before the record at `offset` has a size field.
+bool RegistryHiveObj::isBehindFile(u32 offset) const {
+    return u64{offset} + HIVE_HEADER_SIZE + RECORD_HEAD_SIZE >= _file->elementCount();
+}
+
+/// Takes in hbins by reading no more than their heads, up to the one that holds `offset` or one that cannot
+/// be taken in this way: what is wrong with that one, if anything, the long way tells.
+void RegistryHiveObj::stepOverHbins(u32 offset, u32 buffer) {
+    const u64 fileSize = _file->elementCount();
+    while (_hbins.end() <= offset) {
+        const u64 position = _hbins.end() + HIVE_HEADER_SIZE;
+        if (position + PIECE > fileSize ||
+            _file->readAt(position, ShPtr(_cache.at(buffer)), sizeof(hive_hbin)) != sizeof(hive_hbin))
+            return;
+        const auto head = _cache.view(buffer).as<hive_hbin>();
+        const HbinDescriptor hbin{L32ToHost(head.offset), L32ToHost(head.size)};
+        if (std::memcmp(head.signature, hive_hbin::SIGNATURE, sizeof(head.signature)) != 0 ||
+            hbin.offset != _hbins.end() || hbin.size == 0 || hbin.size % HBIN_READ_BUFFER_SIZE ||
+            u64{hbin.offset} + hbin.size > hbinsSize())
+            return;
+        _hbins.append(hbin);
+    }
+}
+
 u32 RegistryHiveObj::discoverHbins(u32 offset) {
     const u32 buffer = getFreeCacheChunk(PIECE);
     if (buffer == INVALID_RECORD) return INVALID_HBIN;
+    if (!PLAIN_PATH && readonly()) {
+        stepOverHbins(offset, buffer);
+        if (offset < _hbins.end()) return _hbins.size() - 1;
+    }
     if (!seekToHbin(_hbins.end(), "Failed to seek to last hbin position: ")) return INVALID_HBIN;
     for (;;) {
         hive_hbin header;

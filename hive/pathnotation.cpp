@@ -7,7 +7,8 @@ namespace Libraries::Files::Hive {
 bool PathNames::next(std::u16string_view& name) {
     const auto find = [this](std::size_t found) { return std::min(found, _rest.size()); };
     _rest.remove_prefix(find(_rest.find_first_not_of(u'/')));
-    std::size_t end = find(_rest.find_first_of(u"/\\"));
+    std::size_t end = 0;
+    while (end < _rest.size() && _rest[end] != u'/' && _rest[end] != u'\\') ++end;
     name = _rest.substr(0, end);
     if (end < _rest.size() && _rest[end] == u'\\') {
         _unescaped = name;

@@ -97,7 +97,7 @@ RecordView RegistryHiveObj::cacheLoadRecord(u32 offset, u32* hbinIdx, bool expec
     const u32 index = hbinFromOffset(offset);
     if (index == INVALID_HBIN) return {};
     if (hbinIdx) *hbinIdx = index;
-    const u64 position = cacheLoadHbin(index);
+    const u64 position = cacheLoadHbin(index, offset);
     if (position == NO_POSITION) return {};
 
     const HbinDescriptor& hbin = _hbins[index];
@@ -145,7 +145,22 @@ bool RegistryHiveObj::checkCachedHead(u32 hbinIdx, u32 position) {
     return checked;
 }
 
-u64 RegistryHiveObj::cacheLoadHbin(u32 hbinIdx) {
+/// Reads an hbin into the cache memory, for the record at `offset`.
+bool RegistryHiveObj::readHbin(const HbinDescriptor& hbin, u32 position, u32 offset) {
+    if (!PLAIN_PATH && readonly()) {
+        const u64 inFile = u64{hbin.offset} + HIVE_HEADER_SIZE;
+        if (_file->readAt(inFile, ShPtr(_cache.at(position)), hbin.size) == hbin.size) return true;
+        if (isBehindFile(offset)) return false;
+    }
+    if (!seekToHbin(hbin.offset, "Failed to seek to hbin position: ")) return false;
+    if (_file->read(ShPtr(_cache.at(position)), hbin.size) == hbin.size) return true;
+    log(3, Channel::hive, "Failed to read hbin");
+    return false;
+}
+
+/// The position of an hbin in the cache memory. `offset` is the record wanted, which matters only where the
+/// hive is read-only.
+u64 RegistryHiveObj::cacheLoadHbin(u32 hbinIdx, u32 offset) {
     if (refuseUnsafe("cacheLoadHbin")) return NO_POSITION;
     if (hbinIdx >= _hbins.size()) {
         log(3, Channel::hive, "Invalid hbin idx: ", hbinIdx);
@@ -160,11 +175,7 @@ u64 RegistryHiveObj::cacheLoadHbin(u32 hbinIdx) {
         _cache.takeIntoRound(hbin.cacheSlot);
         return _cache.entry(hbin.cacheSlot).position;
     }
-    if (!seekToHbin(hbin.offset, "Failed to seek to hbin position: ")) return NO_POSITION;
-    if (_file->read(ShPtr(_cache.at(position)), hbin.size) != hbin.size) {
-        log(3, Channel::hive, "Failed to read hbin");
-        return NO_POSITION;
-    }
+    if (!readHbin(hbin, position, offset)) return NO_POSITION;
     _hbins.setCached(hbinIdx, _cache.add(hbinIdx, hbin.size, hbin.wasLoaded()));
     return position;
 }

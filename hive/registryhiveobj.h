@@ -122,7 +122,9 @@ class RegistryHiveObj final : public HiveFile, public Object {
 
     // hbin discovery (hbindiscovery.cpp).
     u32 hbinFromOffset(u32 offset);
+    bool isBehindFile(u32 offset) const;
     u32 discoverHbins(u32 offset);
+    void stepOverHbins(u32 offset, u32 buffer);
     bool readHbinHeader(u32 buffer, u64 expectedOffset, hive_hbin& header);
     bool scanFreeCells(u32 buffer, HbinDescriptor& hbin);
     bool readNextPiece(u32 buffer, u32 piece, u32& last);
@@ -131,7 +133,8 @@ class RegistryHiveObj final : public HiveFile, public Object {
     // The hbin cache (recordaccess.cpp).
     RecordView knownRecord(u32 offset, u32* hbinIdx, bool expectUnused);
     bool checkCachedHead(u32 hbinIdx, u32 position);
-    u64 cacheLoadHbin(u32 hbinIdx);
+    u64 cacheLoadHbin(u32 hbinIdx, u32 offset = 0);
+    bool readHbin(const HbinDescriptor& hbin, u32 position, u32 offset);
     bool cacheBlankHbin(u32 hbinIdx);
     bool isAtHand(u32 hbinIdx) const {
         return hbinIdx != INVALID_HBIN && _hbins[hbinIdx].isCached() &&

@@ -6,8 +6,8 @@ namespace Libraries::Files::Hive {
 
 namespace {
 
-/// Registers an iterator in the first entry whose iterator is gone, so that a key that is enumerated again
-/// and again does not grow.
+/// Registers an iterator, to be moved along when entries come or go, in the first entry whose iterator is
+/// gone, so that a key that is enumerated again and again does not grow.
 template <typename Iterator>
 void registerIterator(Array<WeakRef<Iterator>>& registry, const Ref<Iterator>& iterator) {
     for (WeakRef<Iterator>& entry : registry) {
@@ -24,7 +24,7 @@ Ref<KeyIterator> KeyObj::keyIterator() {
     if (!_valid) return nullptr;
     const MonGuard guard(_hive->monitor());
     auto iterator = makeRef<KeyIteratorObj>(Ref<KeyObj>(this));
-    registerIterator(_keyIterators, iterator);
+    if (!_readOnly) registerIterator(_keyIterators, iterator);
     return iterator;
 }
 
@@ -32,7 +32,7 @@ Ref<ValueIterator> KeyObj::valueIterator() {
     if (!_valid) return nullptr;
     const MonGuard guard(_hive->monitor());
     auto iterator = makeRef<ValueIteratorObj>(Ref<KeyObj>(this));
-    registerIterator(_valueIterators, iterator);
+    if (!_readOnly) registerIterator(_valueIterators, iterator);
     return iterator;
 }
 

@@ -64,11 +64,11 @@ Ref<KeyObj> KeyObj::openSubkey(u32 index, const Ref<String>& knownName) {
 /// A name that is null counts as empty. False when the subkey has no sound record.
 bool KeyObj::compareSubkey(u32 index, const FoldedName& name, int& order, bool& isEmpty,
                            Ref<KeyObj>& object) {
-    if (!hasSubkey(index)) return false;
     if (_known && _known->knowsName(index)) {
         order = _known->compareName(index, name, isEmpty);
         return true;
     }
+    if (!hasSubkey(index)) return false;
     object = PLAIN_PATH ? openSubkey(index) : liveSubkey(index);
     if (!object) {
         KeyRecord record;

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "hive/hivelog.h"
+#include "hive/plainpath.h"
 #include "hive/values/valueobj.h"
 
 namespace Libraries::Files::Hive {
@@ -27,14 +28,34 @@ bool ValueObj::initExtents() {
     return usesDbList() ? initDbList(cell, dataCell) : initSingleExtent(cell, dataCell);
 }
 
+/// Whether the data lies in one cell and nothing will ever change that: then no list of extents is needed.
+bool ValueObj::isSingleForGood() const {
+    return !PLAIN_PATH && _readOnly && !usesDbList();
+}
+
+/// The one cell that holds the data; null when there is none or it is too small. REQUIRES: isSingleForGood(),
+/// the data is not resident.
+RecordView ValueObj::loadSingle() const {
+    const u32 dataCell = L32ToHost(_recordData.data_or_offset);
+    const RecordView cell = _hive->cacheLoadRecord(dataCell);
+    if (!cell) return {};
+    assertUsed(cell);
+    return holdsData(cell, dataCell) ? cell : RecordView();
+}
+
 bool ValueObj::initSingleExtent(const RecordView& cell, u32 dataCell) {
+    if (!holdsData(cell, dataCell)) return false;
+    _extents.push_back(dataCell);
+    return true;
+}
+
+bool ValueObj::holdsData(const RecordView& cell, u32 dataCell) const {
     if (cell.usedSize() < u64{_dataSize} + sizeof(hive_record)) {
         log(4, Channel::hive, "Size of data element is smaller than size value in vk record",
             "size in vk: ", _dataSize.load(), "size of data element: ", cell.usedSize(),
             "data_cell: ", dataCell);
         return ErrorCode::fail(ErrorCode::inconsistentData);
     }
-    _extents.push_back(dataCell);
     return true;
 }
 

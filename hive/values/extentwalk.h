@@ -1,20 +1,21 @@
 #pragma once
 
 #include <algorithm>
+#include <span>
 
 #include "hive/values/valueobj.h"
 
 namespace Libraries::Files::Hive {
 
-/// Goes over the data extents that hold `count` bytes from data position `offset` on, by the one rule that
-/// reading and writing share, and calls `piece(extent, skip, take, done)` for each: `take` bytes from byte
-/// `skip` of the extent's data, `done` bytes having been gone over before. Stops where `piece` returns false.
-/// Returns the bytes gone over.
+/// Goes over those of the data `extents` that hold `count` bytes from data position `offset` on, by the one
+/// rule that reading and writing share, and calls `piece(extent, skip, take, done)` for each: `take` bytes
+/// from byte `skip` of the extent's data, `done` bytes having been gone over before. Stops where `piece`
+/// returns false. Returns the bytes gone over.
 template <typename Piece>
-u32 ValueObj::walkExtents(u32 offset, u32 count, Piece piece) const {
+u32 ValueObj::walkExtents(std::span<const u32> extents, u32 offset, u32 count, Piece piece) const {
     u64 start = 0;  // data position of the current extent
     u32 done = 0;
-    for (const u32 extent : _extents) {
+    for (const u32 extent : extents) {
         const u32 length = extentLength(extent);
         if (start + length > offset) {
             const u32 skip = start < offset ? static_cast<u32>(offset - start) : 0;

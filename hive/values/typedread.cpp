@@ -14,7 +14,9 @@ constexpr u64 NO_NUMBER = ~u64{0};
 /// Makes sure that the data's cells hold its length before anybody allocates room for it; true where there is
 /// nothing to check.
 bool ValueObj::dataIsThere() {
-    return _dataResident || (initExtents() && _dataSize <= _hive->hbinsSize());
+    if (_dataResident) return true;
+    const bool there = isSingleForGood() ? bool(loadSingle()) : initExtents();
+    return there && _dataSize <= _hive->hbinsSize();
 }
 
 /// The first `units` UTF-16 units of the data; false when they cannot all be read.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <span>
+
 #include "hive/nameslot.h"
 #include "hive/registryhiveobj.h"
 
@@ -73,11 +75,14 @@ class HIVE_API ValueObj final : public Value, public Object {
     // Data extents (extents.cpp). Internal.
     bool initExtents();
     bool initSingleExtent(const RecordView& cell, u32 dataCell);
+    bool holdsData(const RecordView& cell, u32 dataCell) const;
+    bool isSingleForGood() const;
+    RecordView loadSingle() const;
     bool initDbList(const RecordView& cell, u32 dataCell);
     bool loadFragments(const Array<u32>& fragments);
     u32 extentLength(u32 extent) const;
     template <typename Piece>
-    u32 walkExtents(u32 offset, u32 count, Piece piece) const;
+    u32 walkExtents(std::span<const u32> extents, u32 offset, u32 count, Piece piece) const;
 
     u32 readResident(ShPtr destination, u32 count) const;
     bool readAll(void* buffer, u32 bytes);

@@ -20,10 +20,14 @@ u32 ValueObj::read(ShPtr destination, u32 offset, u32 count) {
     u8* const target = destination.address();
     if (count == 0 || !target) return 0;
     if (_dataResident) return readResident(destination, count);
-    if (!initExtents()) return 0;
+    const bool single = isSingleForGood();
+    const u32 only = L32ToHost(_recordData.data_or_offset);
+    const RecordView onlyCell = single ? loadSingle() : RecordView();
+    if (single ? !onlyCell : !initExtents()) return 0;
+    const auto extents = single ? std::span(&only, 1) : std::span<const u32>(_extents);
     bool loaded = true;
-    const u32 copied = walkExtents(offset, count, [&](u32 extent, u32 skip, u32 take, u32 done) {
-        const RecordView cell = _hive->cacheLoadRecord(extent);
+    const u32 copied = walkExtents(extents, offset, count, [&](u32 extent, u32 skip, u32 take, u32 done) {
+        const RecordView cell = single ? onlyCell : _hive->cacheLoadRecord(extent);
         loaded = bool(cell);
         if (!loaded) return false;
         assertCondition(cell.size() <= 0, "-static_cast<s32>(L32ToHost(hr->data.size)) >= 0", function);

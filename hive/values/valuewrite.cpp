@@ -20,7 +20,7 @@ u32 ValueObj::write(ShPtr source, u32 offset, u32 count) {
     if (count == 0 || !data) return 0;
     if (_dataResident) return writeResident(source, count);
     if (!initExtents()) return 0;
-    return walkExtents(offset, count, [&](u32 extent, u32 skip, u32 take, u32 done) {
+    return walkExtents(_extents, offset, count, [&](u32 extent, u32 skip, u32 take, u32 done) {
         if (_hive->writeRecord(extent, data + done, RECORD_HEAD_SIZE + skip, take)) return true;
         log(3, Channel::hive, "Failed to write data record: ", extent);
         return false;

@@ -59,6 +59,7 @@ class FileObj final : public Object, public File {
     u64 seek(u64 position) override { return _position = position ? std::min(position, elementCount()) : 0; }
     u64 read(ShPtr destination, u64 count, u32) override;
     u64 write(ShPtr source, u64 count, u32) override;
+    u64 readAt(u64 position, ShPtr destination, u64 count) override;
     u64 trim(u64, u32) override { return notSupported(); }
     u64 clear(u64, u32) override { return notSupported(); }
 
@@ -112,6 +113,12 @@ u64 FileObj::read(ShPtr destination, u64 count, u32) {
     return transfer(destination, count, [this](void* to, size_t bytes, off_t offset) {
         return ::pread(_fd.get(), to, bytes, offset);
     });
+}
+
+u64 FileObj::readAt(u64 position, ShPtr destination, u64 count) {
+    if (position > MAX_LENGTH) return 0;
+    _position = position;
+    return read(std::move(destination), count, 0);
 }
 
 u64 FileObj::write(ShPtr source, u64 count, u32) {

@@ -9,6 +9,14 @@ using Platform::Mem;
 MemoryStripe::MemoryStripe(std::vector<u8> bytes, u32 elementSize)
     : TestStripe(elementSize, (u64{1} << 30) / elementSize), _bytes(std::move(bytes)) {}
 
+u64 MemoryStripe::readAt(u64 position, Interfaces::ShPtr destination, u64 count) {
+    if (position > _bytes.size() || count > _bytes.size() - position) return 0;
+    load(position, destination.address(), count);
+    ++counters.reads;
+    counters.bytesRead += count;
+    return count;
+}
+
 void MemoryStripe::load(u64 position, u8* destination, u64 bytes) {
     Mem::copy(destination, _bytes.data() + position, bytes);
 }

@@ -18,6 +18,7 @@ class MemoryStripe : public TestStripe {
     /// The bytes held, to look at or to change behind the reader's back. Positions are not moved.
     std::vector<u8>& bytes() { return _bytes; }
     std::string text() const { return {_bytes.begin(), _bytes.end()}; }
+    u64 readAt(u64 position, Interfaces::ShPtr destination, u64 count) override;
 
  protected:
     void store(u64 position, const u8* source, u64 bytes) override;
