@@ -49,7 +49,7 @@ CharWriter::~CharWriter() {
     _stream->write(ShPtr::fromConst(bytes.data()), bytes.size());
 }
 
-void CharWriter::write(std::u16string_view units) {
+void CharWriter::writeThrough(std::u16string_view units) {
     while (_good && !units.empty()) {
         const std::size_t count = std::min(units.size(), _capacity - _buffer.size());
         _buffer.append(units.substr(0, count));

@@ -23,13 +23,19 @@ class PLATFORM_API CharWriter final : public Object {
                                   LineEnd lineEnd = LineEnd::crLf);
     ~CharWriter() override;
 
-    void write(std::u16string_view units);
+    void write(std::u16string_view units) {
+        if (_good && units.size() < _capacity - _buffer.size())
+            _buffer.append(units);
+        else
+            writeThrough(units);
+    }
     /// Hands the buffered units to the stream. Returns `good()`.
     bool flush();
     bool good() const { return _good; }
     LineEnd lineEnd() const { return _lineEnd; }
 
  private:
+    void writeThrough(std::u16string_view units);
     template <typename T, typename... Args>
     friend Ref<T> makeRef(Args&&... args);
     CharWriter(Ref<Interfaces::Stream> stream, u32 bufferUnits, LineEnd lineEnd);
