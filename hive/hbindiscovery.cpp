@@ -37,14 +37,17 @@ bool RegistryHiveObj::isBehindFile(u32 offset) const {
     return u64{offset} + HIVE_HEADER_SIZE + RECORD_HEAD_SIZE >= _file->elementCount();
 }
 
-/// Takes in hbins by reading no more than their heads, up to the one that holds `offset` or one that cannot
-/// be taken in this way: what is wrong with that one, if anything, the long way tells.
+/// Takes in hbins by reading no more than their heads, and the last one whole where that is known, up to the
+/// one that holds `offset` or one that cannot be taken in this way: what is wrong with that one, if anything,
+/// the long way tells.
 void RegistryHiveObj::stepOverHbins(u32 offset, u32 buffer) {
     const u64 fileSize = _file->elementCount();
     while (_hbins.end() <= offset) {
         const u64 position = _hbins.end() + HIVE_HEADER_SIZE;
-        if (position + PIECE > fileSize ||
-            _file->readAt(position, ShPtr(_cache.at(buffer)), sizeof(hive_hbin)) != sizeof(hive_hbin))
+        const bool isWanted =
+            offset < _hbins.end() + PIECE;  // and most hbins are of that size: read it at once
+        const u64 bytes = isWanted ? PIECE : sizeof(hive_hbin);
+        if (position + PIECE > fileSize || _file->readAt(position, ShPtr(_cache.at(buffer)), bytes) != bytes)
             return;
         const auto head = _cache.view(buffer).as<hive_hbin>();
         const HbinDescriptor hbin{L32ToHost(head.offset), L32ToHost(head.size)};
@@ -53,6 +56,9 @@ void RegistryHiveObj::stepOverHbins(u32 offset, u32 buffer) {
             u64{hbin.offset} + hbin.size > hbinsSize())
             return;
         _hbins.append(hbin);
+        if (!isWanted || hbin.size != PIECE) continue;
+        const u32 index = _hbins.size() - 1;
+        _hbins.setCached(index, _cache.add(index, PIECE, false));
     }
 }
 
