@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Line and branch coverage of the library by what ctest runs, without the tests of time and size, which repeat at
 # length what the others do, and without those that counters disturb: a file size limit and a kill hit the counters'
-# files too, and unoptimised objects have calls that others have not. Arguments go to gcovr: --html-details report.html, --txt-metric branch, ...
+# files too, and unoptimised objects have calls that others have not. Arguments go to gcovr:
+# --html-details report.html, --txt-metric branch, ...
 # COVERAGE_TESTS=regex runs the tests of that name alone.
 . "$(dirname "$0")/lib.sh"
 

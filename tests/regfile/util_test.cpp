@@ -1,5 +1,6 @@
 #include "regfile/util.h"
 
+#include "regfile/valueedit.h"
 #include "tests/hive/openedhive.h"
 
 using namespace HiveTest;
@@ -85,6 +86,23 @@ TEST(PathHelpers, OpenAndCreatePaths) {
     EXPECT_EQ(errorOf([&] { return bool(Util::openPath(nullptr, text(u""))); }), 0x8445u);
     EXPECT_EQ(errorOf([&] { return bool(Util::openPath(root, nullptr)); }), 0x8445u);
     EXPECT_EQ(errorOf([&] { return bool(Util::openOrCreatePath(root, nullptr)); }), 0x8445u);
+}
+
+/// In a new hive the cell lies so near the start that only part of data of this length is covered.
+TEST(ValueEdits, ListsOfTextsNearTheStartOfTheHiveAreWrittenElsewhere) {
+    OpenedHive hive(u32{3});
+    Ref<Value> value = hive.root->createValue(text(u"v"), Value::valueStrings);
+    const auto texts = makeRef<TVector<Ref<String>>>();
+    for (const char16_t letter : {u'a', u'b', u'c'}) texts->append(text(std::u16string(9000, letter)));
+    ASSERT_FALSE(value->setStrings(texts)) << "nothing to do for the edit";
+    ASSERT_TRUE(ValueEdit::setStrings(hive.root, value, texts));
+    value.reset();  // which kept the hive open
+    hive.reopen();
+    EXPECT_EQ(hive.root->valueIterator()->count(), 1u);
+    const auto read = hive.root->value(text(u"v"))->strings(60000);
+    ASSERT_TRUE(read && read->size() == 3);
+    for (u32 i = 0; i < 3; ++i) EXPECT_TRUE(read->at(i)->equal(texts->at(i)->view())) << i;
+    hive.expectSound();
 }
 
 }  // namespace
