@@ -37,7 +37,7 @@ class RegFileImportHandler final : public Interfaces::IniParserInterface, public
     struct Step {
         Ref<String> element;  // of the path it was found by
         Ref<Key> key;
-        Ref<String> name;  // the key's own; a deleted or renamed key no longer gives this very string
+        Ref<String> name;  // the key's own; a deleted or moved key no longer gives this very string
     };
 
     /// A piece of a message: fixed text, then what it is about. Borrows that for the length of a call.

@@ -53,8 +53,10 @@ void KeyObj::setParent(Ref<KeyObj> parent) {
     const u32 oldDepth = _depth;
     _depth = _parent ? _parent->_depth + 1 : 0;
     if (_depth == oldDepth) return;
+    // A key that a move left in two lists is the child of one of them only: lists may name each other then.
     for (u32 i = 0; i < _keyList.size(); ++i)
-        if (const Ref<KeyObj> live = _keyList.at(i).key.lock()) live->setParent(Ref<KeyObj>(this));
+        if (const Ref<KeyObj> live = _keyList.at(i).key.lock(); live && live->_parent.get() == this)
+            live->setParent(Ref<KeyObj>(this));
 }
 
 bool KeyObj::syncKeyRecord() {

@@ -18,7 +18,12 @@ int KnownKey::compareName(u32 index, const FoldedName& other, bool& isEmpty) con
     return own.compare(other.view());
 }
 
-u64 KnownKey::keepName(u32 index, const KeyRecord& record) {
+u64 KnownKey::keepName(u32 index, const KeyRecord& record, u32 round) {
+    if (round != _round) {
+        _round = round;
+        _names = {};
+        for (Subkey& subkey : _subkeys) subkey.name = NO_NAME;
+    }
     const std::size_t at = _names.size();
     const std::size_t capacity = _names.capacity();
     if (at > UINT32_MAX / 2) return 0;
@@ -31,7 +36,8 @@ u64 KnownKey::keepName(u32 index, const KeyRecord& record) {
 }
 
 u64 KnownKey::size() const {
-    return sizeof(*this) + _subkeys.capacity() * sizeof(Subkey) + _names.capacity() * sizeof(char16_t);
+    return sizeof(*this) + sizeof(String) + _name->length() * sizeof(char16_t) +
+           _subkeys.capacity() * sizeof(Subkey) + _names.capacity() * sizeof(char16_t);
 }
 
 void KnownKeys::setRoot(Ref<KnownKey> key) {
@@ -45,18 +51,23 @@ void KnownKeys::add(const Ref<KnownKey>& parent, u32 index, const Ref<KnownKey>&
     _parents.push_back(parent);
 }
 
+void KnownKeys::keepName(KnownKey& parent, u32 index, const KeyRecord& record) {
+    grew(parent.keepName(index, record, _round));
+}
+
 void KnownKeys::grew(u64 bytes) {
     if (_bytes + bytes > MAX_BYTES) forget();
     _bytes += bytes;
 }
 
-/// Objects in use keep what they hold, and may add to it.
+/// Objects in use keep what they hold until the next name is added to it.
 void KnownKeys::forget() {
     for (const Ref<KnownKey>& parent : _parents)
         for (KnownKey::Subkey& subkey : parent->subkeys()) subkey.key.reset();
     _parents = {};
     _root.reset();
     _bytes = 0;
+    ++_round;
 }
 
 }  // namespace Libraries::Files::Hive

@@ -42,7 +42,7 @@ class KnownKey {
     int compareName(u32 index, const FoldedName& other, bool& isEmpty) const;
     /// Keeps the name of a subkey, unless it takes more than reading it as it stands. Returns the bytes that
     /// takes.
-    u64 keepName(u32 index, const KeyRecord& record);
+    u64 keepName(u32 index, const KeyRecord& record, u32 round);
     /// Bytes it takes.
     u64 size() const;
 
@@ -54,6 +54,7 @@ class KnownKey {
     Ref<String> _name;
     Array<Subkey> _subkeys;
     Utf16Buffer _names;
+    u32 _round = 0;  // that of `KnownKeys` in which `_names` was begun
 };
 
 /// All that is known of a hive's keys, within a bound; when that is reached all is forgotten.
@@ -61,20 +62,24 @@ class KnownKeys {
  public:
     /// The most bytes they take together, but for what objects in use hold on to.
     static constexpr u64 MAX_BYTES = 16U << 20;
+    /// The most subkeys of a key that is kept here.
+    static constexpr u32 MAX_SUBKEYS = MAX_BYTES / 4 / sizeof(KnownKey::Subkey);
 
     const Ref<KnownKey>& root() const { return _root; }
     void setRoot(Ref<KnownKey> key);
     /// Makes `key` the one known of the subkey of `parent` at `index`.
     void add(const Ref<KnownKey>& parent, u32 index, const Ref<KnownKey>& key);
-    /// A known key takes so many more bytes.
-    void grew(u64 bytes);
+    /// Has `parent` keep the name of its subkey at `index`.
+    void keepName(KnownKey& parent, u32 index, const KeyRecord& record);
 
  private:
+    void grew(u64 bytes);
     void forget();
 
     Ref<KnownKey> _root;
     Array<Ref<KnownKey>> _parents;  // of all that were added
     u64 _bytes = 0;
+    u32 _round = 0;  // counts how often all was forgotten
 };
 
 }  // namespace Libraries::Files::Hive

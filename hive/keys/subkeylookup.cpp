@@ -33,6 +33,7 @@ void KeyObj::keepSubkey(u32 index, const Ref<KeyObj>& key) {
 void KeyObj::becomeKnown(bool listInUse) {
     const bool reachable = !_parent || (_parent->_known && _place != NO_INDEX);
     if (PLAIN_PATH || _known || !_readOnly || !reachable || !_name.get()) return;
+    if (_keyList.size() > KnownKeys::MAX_SUBKEYS) return;
     _known = makeRef<KnownKey>(_record, _name.get(), _keyList);
     if (!listInUse) _keyList.clear();
     if (_parent)
@@ -77,7 +78,7 @@ bool KeyObj::compareSubkey(u32 index, const FoldedName& name, int& order, bool& 
             return false;
         }
         if (record.compareName(name, order, isEmpty)) {
-            if (_known) _hive->knownKeys().grew(_known->keepName(index, record));
+            if (_known) _hive->knownKeys().keepName(*_known, index, record);
             return true;
         }
         object = openSubkey(index);  // which tells why it has no name

@@ -44,7 +44,7 @@ class Extent : public virtual RefCount {
     virtual u64 maxElementCount() = 0;
     virtual u64 minElementCount() = 0;
     /// Changes the length; returns the length in force afterwards, which differs from `count` on failure.
-    /// Elements it adds are zero.
+    /// In a store that holds a hive, those it adds are zero: new hbins are not read back.
     virtual u64 setElementCount(u64 count) = 0;
     /// A handle on the extent mapped over `memory`; carries no address where the extent cannot be mapped.
     virtual ShHandle map(Ref<SharedMemory> memory) = 0;

@@ -108,6 +108,23 @@ TEST(Damage, RingOfKeysEndsAtTheDepthLimit) {
     EXPECT_TRUE(logged.contains("4 Hive: Key tree is too deep, key: ")) << logged.text();
 }
 
+// Regression: a key whose removal from its old list failed stood in two lists, and lists could name each
+// other.
+TEST(Damage, MovesThatFailHalfwayLeaveNoRing) {
+    HiveBuilder builder;
+    builder.build({.keys = {{.name = u"A", .keys = {{.name = u"C"}}},
+                            {.name = u"B", .keys = {{.name = u"C"}}},
+                            {.name = u"X"},
+                            {.name = u"Y"}}});
+    builder.poke32(builder.key(u"B").record + 32, builder.key(u"A").list);
+    const OpenedHive opened(builder, HiveFile::modeReadWrite);
+    const auto at = [&](u32 index) { return opened.root->key(index); };
+    const Ref<KeyObj> a = at(0), b = at(1), x = at(2), y = at(3), ofA = a->key(0), ofB = b->key(0);
+    EXPECT_TRUE(x->move(Ref<Key>(ofA), text(u"C")));
+    EXPECT_FALSE(y->move(Ref<Key>(ofB), text(u"C2")));
+    EXPECT_FALSE(ofB->move(Ref<Key>(y), text(u"Y")) && y->move(Ref<Key>(ofB), text(u"Z")));
+}
+
 // Regression: a move to a deeper level asked for each of the subkeys that an unreadable list claims to have.
 TEST(Damage, AMoveMeasuresNoMoreThanListsHold) {
     HiveBuilder builder;
