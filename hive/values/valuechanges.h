@@ -10,16 +10,19 @@ namespace Libraries::Files::Hive {
 /// record may stand in several lists: what they remember of these records is no longer true.
 class ValueChanges {
  public:
-    void add(u32 record) { _records[_count++ % _records.size()] = record; }
+    void add(u32 record) { _records[place(_count++)] = record; }
     /// How many there have been.
     u64 count() const { return _count; }
     /// Whether those from number `since` on are all still known.
     bool knownSince(u64 since) const { return _count - since <= _records.size(); }
     /// REQUIRES: knownSince(number), number < count().
-    u32 at(u64 number) const { return _records[number % _records.size()]; }
+    u32 at(u64 number) const { return _records[place(number)]; }
 
  private:
-    std::array<u32, 8> _records{};
+    static std::size_t place(u64 number) { return number % RECORDS; }
+
+    static constexpr std::size_t RECORDS = 8;
+    std::array<u32, RECORDS> _records{};
     u64 _count = 0;
 };
 
