@@ -103,8 +103,8 @@ u32 KeyObj::setName(const Ref<String>& name, KeyListType listType, SubkeyHash& h
     if (cell == INVALID_RECORD || !_hive->writeRecord(cell, record.data(), RECORD_HEAD_SIZE, record.size()))
         return INVALID_RECORD;
     _record = nk;
-    _name.set(
-        String::create(name->view()));  // never the string it had: that tells that the key is where it was
+    // Never the very string it had: whoever still gets that one knows that the key is where it was.
+    _name.set(String::create(name->view()));
     _recordOfs = cell;
     if (cell != oldCell) updateParentOfSubkeys(oldCell);
     return cell;

@@ -97,12 +97,13 @@ Ref<Value> KeyObj::createValue(Ref<String> name, Value::ValueType type) {
 
 void KeyObj::forgetChangedValues() {
     const ValueChanges& changes = _hive->valueChanges();
-    for (const bool all = !changes.knownSince(_changesSeen); _changesSeen < changes.count();) {
-        const u32 changed = changes.at(_changesSeen);
-        for (ValueEntry& entry : _values)
-            if (all || entry.record == changed) entry.nameKnown = false;
-        _changesSeen = all ? changes.count() : _changesSeen + 1;
+    if (!changes.knownSince(_changesSeen)) {
+        for (ValueEntry& entry : _values) entry.nameKnown = false;
+        _changesSeen = changes.count();
     }
+    for (; _changesSeen < changes.count(); ++_changesSeen)
+        for (ValueEntry& entry : _values)
+            if (entry.record == changes.at(_changesSeen)) entry.nameKnown = false;
 }
 
 /// Whether a value has to be opened to tell if its name is the one searched for. Looks at its record, with
