@@ -60,8 +60,8 @@ bool RegistryHiveObj::isCellBoundary(u32 hbinIdx, u32 position, u32 offset) {
     return answer == CellMap::Answer::boundary;
 }
 
-/// The record at `offset` where nothing stands in the way: its hbin is in the cache and was looked at before.
-/// Null otherwise, without a word: the long way then tells why.
+/// The record at `offset` where nothing stands in the way: its hbin is in the cache and its head was looked
+/// at before. Null otherwise, without a word: the long way then tells why.
 inline RecordView RegistryHiveObj::knownRecord(u32 offset, u32* hbinIdx, bool expectUnused) {
     const u32 index = _hbins.holding(offset);
     if (index == INVALID_HBIN || !_hbins[index].isCached() || !_valid) return {};
@@ -69,13 +69,20 @@ inline RecordView RegistryHiveObj::knownRecord(u32 offset, u32* hbinIdx, bool ex
     CachedHbin& cached = _cache.entry(hbin.cacheSlot);
     const u32 inHbin = offset - hbin.offset;
     if (!cached.headChecked || !(readonly() || _cache.isOfRound(hbin.cacheSlot)) ||
-        offset % hive_hbin::RECORD_ALIGNMENT || !cached.cells.isKnownBoundary(inHbin))
+        offset % hive_hbin::RECORD_ALIGNMENT || inHbin < sizeof(hive_hbin))
+        return {};
+    if (!cached.cells.isKnownBoundary(inHbin) &&
+        cached.cells.isBoundary(_cache.at(cached.position), hbin.size, inHbin) != CellMap::Answer::boundary)
         return {};
     const RecordView record = _cache.view(cached.position + inHbin);
     const s32 size = record.size();
     if (size == 0 || (size > 0) != expectUnused || record.absoluteSize() > hbin.size - inHbin) return {};
     if (hbinIdx) *hbinIdx = index;
     return record;
+}
+
+RecordView RegistryHiveObj::peekRecord(u32 offset) {
+    return PLAIN_PATH ? RecordView() : knownRecord(offset, nullptr, false);
 }
 
 RecordView RegistryHiveObj::cacheLoadRecord(u32 offset) {

@@ -74,6 +74,9 @@ class RegistryHiveObj final : public HiveFile, public Object {
     /// The used, or free, record at `offset` and the index of its hbin. Not in `modeUnsafe`.
     RecordView cacheLoadRecord(u32 offset, u32* hbinIdx, bool expectUnused);
 
+    /// The used record at `offset` if it is at hand; else null, without a log line or an error code.
+    RecordView peekRecord(u32 offset);
+
     /// Tells the processor that the record at `offset` will be looked at soon, if it is in the cache.
     void bringNear(u32 offset) {
         const u32 index = _hbins.holding(offset);

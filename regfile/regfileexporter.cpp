@@ -1,6 +1,8 @@
 #include "regfile/regfileexporter.h"
 
 #include "hive/hivelog.h"
+#include "hive/plainpath.h"
+#include "hive/values/valueobj.h"
 #include "platform/iochar/stringutil.h"
 #include "regfile/report.h"
 
@@ -10,6 +12,9 @@ namespace {
 
 constexpr u64 FIRST_READ = 65536;
 constexpr auto TOO_MUCH = "More keys and values than the hive can hold: ";
+constexpr auto TOO_MUCH_DATA = "More data than the hive can hold: ";
+constexpr auto NO_SUBKEYS = "Failed to read the subkeys of: ";
+constexpr auto NO_VALUES = "Failed to read the values of: ";
 
 /// The subkeys or values of a key, as they are when the walk gets to them: others may add and delete some
 /// meanwhile. A list that cannot be read gives none, which must not pass for an empty one: the text would
@@ -41,12 +46,15 @@ RegFileExporter::RegFileExporter(Ref<CharPrinter> out, Ref<CharPrinter> errorPri
 bool RegFileExporter::recursiveExport(const Ref<Key>& key, const Ref<String>& path) {
     _budget.emplace(key);
     _path = path->view();
-    return exportKey(key);
+    // A hive that does not change is walked by index.
+    const Ref<KeyObj> own = PLAIN_PATH ? nullptr : refCast<KeyObj>(key);
+    return own && own->readOnly() ? exportKey(own) : exportKey(key);
 }
 
 /// `_path` is the key's path up to its name, and is so again afterwards. The recursion ends with the hive's
 /// own limit on the depth of keys: a key below it has no name.
-bool RegFileExporter::exportKey(const Ref<Key>& key) {
+template <typename AnyKey>
+bool RegFileExporter::exportKey(const Ref<AnyKey>& key) {
     const Ref<String> name = key->name();
     if (!name)
         return fail(_errorPrinter ? "Invalid name of a subkey, parent:"
@@ -65,28 +73,85 @@ bool RegFileExporter::exportKey(const Ref<Key>& key) {
 
 bool RegFileExporter::exportSubkeys(const Ref<Key>& key) {
     Entries<KeyIterator> entries(key->keyIterator());
-    const std::size_t length = _path.size();
-    while (const Ref<Key> subkey = entries.next()) {
-        if (!_budget->takeEntry()) return fail(TOO_MUCH);
-        _path += u'\\';
-        if (!exportKey(subkey)) return false;
-        _path.resize(length);
+    while (const Ref<Key> subkey = entries.next())
+        if (!exportSubkey(subkey)) return false;
+    return !entries.unreadable() || fail(NO_SUBKEYS);
+}
+
+bool RegFileExporter::exportSubkeys(const Ref<KeyObj>& key) {
+    for (u32 i = 0; i < key->keys(); ++i) {
+        const Ref<KeyObj> subkey = key->key(i);
+        if (!subkey) return i != 0 || fail(NO_SUBKEYS);
+        if (!exportSubkey(subkey)) return false;
     }
-    return !entries.unreadable() || fail("Failed to read the subkeys of: ");
+    return true;
+}
+
+template <typename AnyKey>
+bool RegFileExporter::exportSubkey(const Ref<AnyKey>& key) {
+    if (!_budget->takeEntry()) return fail(TOO_MUCH);
+    const std::size_t length = _path.size();
+    _path += u'\\';
+    if (!exportKey(key)) return false;
+    _path.resize(length);
+    return true;
 }
 
 bool RegFileExporter::exportValues(const Ref<Key>& key) {
     Entries<ValueIterator> entries(key->valueIterator());
-    while (const Ref<Value> value = entries.next()) {
-        if (!_budget->takeEntry()) return fail(TOO_MUCH);
-        const Ref<String> name = value->name();
-        if (!name)
-            return fail(_errorPrinter ? "Invalid name of a value. key: "
-                                      : "Invalid name of a value. parent: ");
-        if (!_budget->takeData(name->length())) return fail(TOO_MUCH);
-        if ((_text.binaryOnly() || !exportAsText(value, name)) && !exportAsBinary(value, name)) return false;
+    while (const Ref<Value> value = entries.next())
+        if (!exportValue(value)) return false;
+    return !entries.unreadable() || fail(NO_VALUES);
+}
+
+/// Most values are written from their records; a value's object is built where that cannot be done, and tells
+/// why if anything is wrong.
+bool RegFileExporter::exportValues(const Ref<KeyObj>& key) {
+    for (u32 i = 0; i < key->values(); ++i) {
+        if (key->copyValue(i, _value) && hasPlainForm(_value)) {
+            if (!exportCopy(_value)) return false;
+            continue;
+        }
+        const Ref<ValueObj> value = key->value(i);
+        if (!value) return fail(NO_VALUES);
+        if (!exportValue(value)) return false;
     }
-    return !entries.unreadable() || fail("Failed to read the values of: ");
+    return true;
+}
+
+bool RegFileExporter::exportValue(const Ref<Value>& value) {
+    if (!_budget->takeEntry()) return fail(TOO_MUCH);
+    const Ref<String> name = value->name();
+    if (!name)
+        return fail(_errorPrinter ? "Invalid name of a value. key: " : "Invalid name of a value. parent: ");
+    if (!_budget->takeData(name->length())) return fail(TOO_MUCH);
+    return (!_text.binaryOnly() && exportAsText(value, name)) || exportAsBinary(value, name);
+}
+
+/// Whether the data is of the length its type asks for.
+bool RegFileExporter::hasPlainForm(const ValueCopy& value) const {
+    if (_text.binaryOnly()) return true;
+    if (value.type() == Value::valueString) return value.data().size() != 1;
+    return value.type() != Value::valueDword || value.data().size() == sizeof(u32);
+}
+
+/// As `exportValue`, from a copy. REQUIRES: hasPlainForm(value).
+bool RegFileExporter::exportCopy(const ValueCopy& value) {
+    if (!_budget->takeEntry() || !_budget->takeData(value.name().size())) return fail(TOO_MUCH);
+    const std::span<const u8> data = value.data();
+    if (!_text.binaryOnly() && value.type() == Value::valueString) {
+        _text.string(value.name(), data);
+    } else if (!_text.binaryOnly() && value.type() == Value::valueDword) {
+        u32 field;
+        std::memcpy(&field, data.data(), sizeof(field));
+        _text.dword(value.name(), L32ToHost(field));
+        Error::set(ErrorCode::none);  // as reading a number does
+    } else {
+        _text.beginBinary(value.name(), value.type());
+        if (!_budget->takeData(data.size())) return failData(TOO_MUCH_DATA, value.name());
+        _text.endBinary(data);
+    }
+    return true;
 }
 
 /// Reports an error about the key whose path `_path` is; returns false.
@@ -94,10 +159,14 @@ bool RegFileExporter::fail(const char* message) const {
     return report(_errorPrinter, Channel::regExporter, message, String::create(_path));
 }
 
+/// The same about a value's data.
+bool RegFileExporter::failData(const char* message, std::u16string_view valueName) const {
+    return report(_errorPrinter, Channel::regExporter, message, placeOf(valueName));
+}
+
 /// Where a value stands, for messages.
-Ref<String> RegFileExporter::placeOf(const Ref<Value>& value) const {
-    const Ref<String> name = value->name();
-    return StringUtil::joined({_path, u"/", name ? name->view() : std::u16string_view()});
+Ref<String> RegFileExporter::placeOf(std::u16string_view valueName) const {
+    return StringUtil::joined({_path, u"/", valueName});
 }
 
 /// Writes a string or dword value in its readable form; false when it has none, so that the binary one must
@@ -106,7 +175,7 @@ bool RegFileExporter::exportAsText(const Ref<Value>& value, const Ref<String>& n
     if (value->type() == Value::valueString) {
         const Ref<String> text = value->string(MAX_TEXT_LENGTH);
         if (!text) {
-            reportFallback("string", placeOf(value));
+            reportFallback("string", placeOf(name->view()));
             return false;
         }
         _text.string(name->view(), text->view());
@@ -115,7 +184,7 @@ bool RegFileExporter::exportAsText(const Ref<Value>& value, const Ref<String>& n
     if (value->type() != Value::valueDword) return false;
     const u64 number = value->number();
     if (number == ~u64{0}) {
-        reportFallback("dword", placeOf(value));
+        reportFallback("dword", placeOf(name->view()));
         return false;
     }
     _text.dword(name->view(), number);
@@ -129,12 +198,10 @@ bool RegFileExporter::exportAsBinary(const Ref<Value>& value, const Ref<String>&
     if (data)
         assertCondition(data->elementSize() == 1, "bin->elementSize() == 1",
                         "Libraries::Files::Hive::RegFileExporter::recursiveExport", 169);
-    if (!_budget->takeData(count))
-        return report(_errorPrinter, Channel::regExporter,
-                      "More data than the hive can hold: ", placeOf(value));
+    if (!_budget->takeData(count)) return failData(TOO_MUCH_DATA, name->view());
     Array<u8> bytes;
     if (!data || !readData(*data, count, bytes))
-        return report(_errorPrinter, Channel::regExporter, "Failed to read binary data of: ", placeOf(value));
+        return failData("Failed to read binary data of: ", name->view());
     _text.endBinary(bytes);
     return true;
 }

@@ -2,6 +2,8 @@
 
 #include <optional>
 
+#include "hive/keys/keyobj.h"
+#include "hive/values/valuecopy.h"
 #include "regfile/regfiletext.h"
 #include "regfile/walkbudget.h"
 
@@ -20,13 +22,22 @@ class RegFileExporter {
     bool flag() const { return _flag; }
 
  private:
-    bool exportKey(const Ref<Key>& key);
+    template <typename AnyKey>
+    bool exportKey(const Ref<AnyKey>& key);
+    template <typename AnyKey>
+    bool exportSubkey(const Ref<AnyKey>& key);
     bool exportSubkeys(const Ref<Key>& key);
+    bool exportSubkeys(const Ref<KeyObj>& key);
     bool exportValues(const Ref<Key>& key);
+    bool exportValues(const Ref<KeyObj>& key);
+    bool exportValue(const Ref<Value>& value);
+    bool hasPlainForm(const ValueCopy& value) const;
+    bool exportCopy(const ValueCopy& value);
     bool exportAsText(const Ref<Value>& value, const Ref<String>& name);
     bool exportAsBinary(const Ref<Value>& value, const Ref<String>& name);
     bool fail(const char* message) const;
-    Ref<String> placeOf(const Ref<Value>& value) const;
+    bool failData(const char* message, std::u16string_view valueName) const;
+    Ref<String> placeOf(std::u16string_view valueName) const;
     bool readData(Interfaces::Stripe& data, u64 count, Array<u8>& bytes) const;
     void reportFallback(const char* kind, const Ref<String>& place);
 
@@ -35,6 +46,7 @@ class RegFileExporter {
     const bool _flag;
     std::optional<WalkBudget> _budget;  // of the walk under way
     Utf16Buffer _path;                  // of the key being written: one buffer, however deep the walk
+    ValueCopy _value;                   // being written
 };
 
 }  // namespace Libraries::Files::Hive

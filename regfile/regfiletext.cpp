@@ -4,6 +4,7 @@
 
 #include "hive/hivelog.h"
 #include "platform/iochar/stringutil.h"
+#include "platform/system/byteorder.h"
 #include "platform/system/mem.h"
 #include "platform/text/writer.h"
 #include "regfile/report.h"
@@ -16,8 +17,10 @@ using Libraries::Files::Text::Writer;
 namespace {
 
 const Ref<String> HEADER = String::create(u"Windows Registry Editor Version 5.00\r\n\r\n");
+constexpr u32 BUFFER_UNITS = 262144;  // the fewer and larger the writes, the less a file's cost
 constexpr std::size_t BYTES_PER_LINE = 25;
 constexpr std::u16string_view CONTINUED = u"\\\r\n  ";
+constexpr std::size_t STRING_UNITS = 7;  // of the line of a string besides name and text
 constexpr u64 DWORD_DIGITS = 8;
 constexpr char16_t DIGITS[] = u"0123456789abcdef";
 
@@ -48,7 +51,7 @@ Ref<CharPrinter> openRegFileText(const Ref<Interfaces::Stripe>& target, bool app
     if (!prepareTarget(target, append)) return failed(errorPrinter, "Failed to prepare the target");
     const Ref<Writer> writer = Writer::create(target, Encoding::utf16Le, !append, nullptr);
     if (!writer) return failed(errorPrinter, "Failed to create writer");
-    const Ref<CharWriter> charWriter = CharWriter::create(writer, 0);
+    const Ref<CharWriter> charWriter = CharWriter::create(writer, BUFFER_UNITS);
     if (!charWriter) return failed(errorPrinter, "Failed to create CharWriter");
     Ref<CharPrinter> out = CharPrinter::create(charWriter);
     if (!out) return failed(errorPrinter, "Failed to create CharPrinter");
@@ -82,6 +85,24 @@ void RegFileText::string(std::u16string_view name, std::u16string_view text) {
     _out->endLine();
 }
 
+void RegFileText::string(std::u16string_view name, std::span<const u8> stored) {
+    std::size_t length = stored.size() / 2;
+    while (length && !(stored[2 * length - 1] | stored[2 * length - 2])) --length;
+    char16_t* const room = _out->roomFor(name.size() + length + STRING_UNITS);
+    if (!room || !hostIsLittleEndian) {
+        Utf16Buffer text(length, u'\0');
+        for (std::size_t i = 0; i < length; ++i)
+            text[i] = static_cast<char16_t>(stored[2 * i] | stored[2 * i + 1] << 8);
+        return string(name, text);
+    }
+    label(name);
+    _out->print(u"\"");
+    Mem::copy(_out->roomFor(length), stored.data(), length * sizeof(char16_t));
+    _out->wrote(length);
+    _out->print(u"\"");
+    _out->endLine();
+}
+
 void RegFileText::dword(std::u16string_view name, u64 number) {
     std::array<char16_t, 16> digits;
     std::size_t first = digits.size();
@@ -101,19 +122,25 @@ void RegFileText::beginBinary(std::u16string_view name, u32 type) {
     _out->print(u"):");
 }
 
-void RegFileText::endBinary(const Array<u8>& bytes) {
+void RegFileText::endBinary(std::span<const u8> bytes) {
     constexpr std::size_t bytesText = 3 * BYTES_PER_LINE;
-    std::array<char16_t, bytesText + CONTINUED.size() + 1> line;
+    constexpr std::size_t longest = bytesText + CONTINUED.size() + 1;
+    std::array<char16_t, longest> apart;
     for (std::size_t start = 0; start < bytes.size(); start += BYTES_PER_LINE) {
         const std::size_t count = std::min(BYTES_PER_LINE, bytes.size() - start);
+        char16_t* const room = _out->roomFor(longest);
+        char16_t* const line = room ? room : apart.data();
         for (std::size_t i = 0; i < count; ++i)
-            Mem::copy(&line[3 * i], BYTE_TEXTS[bytes[start + i]].data(), sizeof(ByteText));
+            Mem::copy(line + 3 * i, BYTE_TEXTS[bytes[start + i]].data(), sizeof(ByteText));
         std::size_t length = 3 * count - 1;  // no comma behind the last byte
         if (start + count < bytes.size()) {
-            CONTINUED.copy(&line[bytesText], CONTINUED.size());
+            CONTINUED.copy(line + bytesText, CONTINUED.size());
             length = bytesText + CONTINUED.size();
         }
-        _out->print(std::u16string_view(line.data(), length));
+        if (room)
+            _out->wrote(length);
+        else
+            _out->print(std::u16string_view(line, length));
     }
     _out->endLine();
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <span>
+
 #include "hive/base.h"
 #include "platform/iochar/charprinter.h"
 #include "platform/system/heap.h"
@@ -28,10 +30,12 @@ class RegFileText {
     void endSection() { _out->endLine(); }
 
     void string(std::u16string_view name, std::u16string_view text);
+    /// The same of stored text: without the NULs at its end, or the byte that is half a unit.
+    void string(std::u16string_view name, std::span<const u8> stored);
     void dword(std::u16string_view name, u64 number);
     /// A value in binary form: first name and type, then all its bytes.
     void beginBinary(std::u16string_view name, u32 type);
-    void endBinary(const Array<u8>& bytes);
+    void endBinary(std::span<const u8> bytes);
 
     bool binaryOnly() const { return _binaryOnly; }
     bool good() const { return _out->good(); }

@@ -8,6 +8,7 @@
 namespace Libraries::Files::Hive {
 
 class KeyIteratorObj;
+class ValueCopy;
 class ValueIteratorObj;
 class ValueObj;
 
@@ -77,6 +78,9 @@ class HIVE_API KeyObj final : public Key, public Object {
     /// unreadable.
     Ref<KeyObj> key(u32 index);
     Ref<ValueObj> value(u32 index);
+    /// Copies the value at an index of the list, without an object, where the hive is read-only and nothing
+    /// stands in the way; else false, without a word.
+    bool copyValue(u32 index, ValueCopy& copy) const;
     /// `key(name)`, for those who have the units of the name only.
     Ref<KeyObj> findKey(std::u16string_view name);
 

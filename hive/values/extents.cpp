@@ -112,11 +112,9 @@ bool ValueObj::loadFragments(const Array<u32>& fragments) {
     return true;
 }
 
-/// The data bytes an extent is taken to cover: its capacity, but never more than its cell's offset allows.
-/// The offset, not the cell's length, is the rule that readers of existing hives rely on; `read` and `write`
-/// share it.
-u32 ValueObj::extentLength(u32 extent) const {
-    const u32 capacity = _isV13 ? MAX_VALUE_DATA_SIZE : hive_record_vk::V1_5_MAX_DATA_WITHOUT_DB;
+u32 ValueObj::coveredLength(u32 extent, const RegistryHiveObj& hive) {
+    const u32 capacity =
+        hive.versionMinor() == 3 ? MAX_VALUE_DATA_SIZE : hive_record_vk::V1_5_MAX_DATA_WITHOUT_DB;
     return std::min(capacity, extent - static_cast<u32>(sizeof(hive_record)));
 }
 

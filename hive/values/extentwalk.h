@@ -16,7 +16,7 @@ u32 ValueObj::walkExtents(std::span<const u32> extents, u32 offset, u32 count, P
     u64 start = 0;  // data position of the current extent
     u32 done = 0;
     for (const u32 extent : extents) {
-        const u32 length = extentLength(extent);
+        const u32 length = coveredLength(extent, *_hive);
         if (start + length > offset) {
             const u32 skip = start < offset ? static_cast<u32>(offset - start) : 0;
             const u32 take = std::min(length - skip, count - done);

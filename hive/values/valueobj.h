@@ -68,6 +68,10 @@ class HIVE_API ValueObj final : public Value, public Object {
 
     /// The fixed data length of a type: 4 or 8 for numbers, 0 for all others.
     static u32 datasizeFormType(ValueType type);
+    /// The data bytes that the cell at `extent` is taken to cover: what a cell of the hive's version may
+    /// hold, but never more than its own offset allows. The offset, not the cell's length, is the rule that
+    /// readers of existing hives rely on.
+    static u32 coveredLength(u32 extent, const RegistryHiveObj& hive);
 
  private:
     bool loadRecord(const Ref<String>& knownName);
@@ -80,7 +84,6 @@ class HIVE_API ValueObj final : public Value, public Object {
     RecordView loadSingle() const;
     bool initDbList(const RecordView& cell, u32 dataCell);
     bool loadFragments(const Array<u32>& fragments);
-    u32 extentLength(u32 extent) const;
     template <typename Piece>
     u32 walkExtents(std::span<const u32> extents, u32 offset, u32 count, Piece piece) const;
 

@@ -40,8 +40,17 @@ bool ValueRecord::load(RegistryHiveObj& hive, u32 offset) {
     return true;
 }
 
+bool ValueRecord::peek(RegistryHiveObj& hive, u32 offset) {
+    _offset = offset;
+    _codepage = hive.codepage();
+    _view = hive.peekRecord(offset);
+    if (!_view || !_view.isOf(hive_record_vk::SIGNATURE)) return false;
+    _vk = _view.as<hive_record_vk>();
+    return u64{L16ToHost(_vk.nameLength)} + sizeof(_vk) <= _view.usedSize() && isDataLengthSound();
+}
+
 bool ValueRecord::checkDataLength() const {
-    if (!isResident() || dataSize() <= sizeof(_vk.data_or_offset)) return true;
+    if (isDataLengthSound()) return true;
     log(4, Channel::hive, "Invalid length of data! Data is resident, size is: ", dataSize());
     return ErrorCode::fail(ErrorCode::inconsistentData);
 }
@@ -53,6 +62,21 @@ Ref<String> ValueRecord::name() const {
         log(3, Channel::hive,
             "Name of value could not be converted from codepaged name to Ref<String>. value:", _offset);
     return name;
+}
+
+bool ValueRecord::copyName(std::span<char16_t> units, u32& length) const {
+    const u16 stored = L16ToHost(_vk.nameLength);
+    const u8* const bytes = _view.bytesAt(sizeof(_vk), stored);
+    length = isCompressed() ? stored : stored / 2U;
+    if (!bytes || length > units.size()) return false;
+    if (!isCompressed()) {
+        for (u32 i = 0; i < length; ++i)
+            units[i] = static_cast<char16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
+        return true;
+    }
+    u8 all = 0;
+    for (u32 i = 0; i < length; ++i) all |= static_cast<u8>(units[i] = bytes[i]);
+    return all < 128 || _codepage == HiveFile::hiveCodepageLatin1;
 }
 
 bool ValueRecord::nameHash(u32& hash) const {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <span>
+
 #include "hive/registryhiveobj.h"
 
 namespace Libraries::Files::Hive {
@@ -10,6 +12,8 @@ class ValueRecord {
  public:
     /// The record at `offset`; false, with the reason in the log, when there is none that holds its name.
     bool load(RegistryHiveObj& hive, u32 offset);
+    /// The same without a word, for a record at hand whose data can be as long as it says.
+    bool peek(RegistryHiveObj& hive, u32 offset);
     /// Whether its data can be as long as it says; else false with the reason in the log. To be asked after
     /// the name: readers of logs know the lines in this order. Error: 0x200C.
     bool checkDataLength() const;
@@ -22,12 +26,15 @@ class ValueRecord {
     }
     /// The name; null, with a log line, when a byte of it has no character.
     Ref<String> name() const;
+    /// Copies the name where it stands there as it is and fits; else false, without a word.
+    bool copyName(std::span<char16_t> units, u32& length) const;
     /// `hashOf` the name; false where `name` gives null.
     bool nameHash(u32& hash) const;
     /// A hash of the upper-case form of a name.
     static u32 hashOf(std::u16string_view name);
 
  private:
+    bool isDataLengthSound() const { return !isResident() || dataSize() <= sizeof(_vk.data_or_offset); }
     bool isCompressed() const { return (L16ToHost(_vk.flags) & hive_record_vk::FLAG_COMPRESSED_NAME) != 0; }
 
     RecordView _view;

@@ -77,6 +77,7 @@ class FileObj final : public Object, public File {
         Error::set(Error::notSupported);
         return 0;
     }
+    bool isEmpty() const;
     template <typename Call>
     u64 transfer(const ShPtr& memory, u64 count, Call call);
 
@@ -134,6 +135,12 @@ u64 FileObj::write(ShPtr source, u64 count, u32) {
     });
 }
 
+/// Whether this is known to be a file without a byte.
+bool FileObj::isEmpty() const {
+    struct stat status {};
+    return !_isDevice && ::fstat(_fd.get(), &status) == 0 && status.st_size == 0;
+}
+
 u64 FileObj::elementCount() {
     if (_isDevice) {
         const off_t end = ::lseek(_fd.get(), 0, SEEK_END);
@@ -151,6 +158,9 @@ u64 FileObj::setElementCount(u64 count) {
         Error::setSystem(EBADF);
     } else if (count > MAX_LENGTH) {
         Error::setSystem(EFBIG);
+    } else if (count == 0 && isEmpty()) {
+        _position = 0;  // a file cut to nothing is taken for one being replaced, and written out when closed
+        return 0;
     } else if (retried([&] { return ::ftruncate(_fd.get(), static_cast<off_t>(count)); }) != 0) {
         Error::setSystem(errno);
     } else {

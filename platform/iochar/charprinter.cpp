@@ -16,8 +16,4 @@ void CharPrinter::print(std::string_view text) {
     _writer->write(String::from8(text)->view());
 }
 
-void CharPrinter::endLine() {
-    _writer->write(_writer->lineEnd() == CharWriter::LineEnd::crLf ? u"\r\n" : u"\n");
-}
-
 }  // namespace Platform

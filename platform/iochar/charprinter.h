@@ -12,11 +12,14 @@ class PLATFORM_API CharPrinter final : public Object {
 
     void print(std::u16string_view units) { _writer->write(units); }
     void print(const Ref<String>& text) { _writer->write(text->view()); }
+    /// As `CharWriter::roomFor`, for text that is better put together in its place.
+    char16_t* roomFor(std::size_t count) { return _writer->roomFor(count); }
+    void wrote(std::size_t count) { _writer->wrote(count); }
     /// ASCII or ISO 8859-1 text.
     void print(std::string_view text);
     void print(const char* text) { print(std::string_view(text)); }
     /// Ends the line as the writer's line end says.
-    void endLine();
+    void endLine() { _writer->write(_writer->lineEnd() == CharWriter::LineEnd::crLf ? u"\r\n" : u"\n"); }
     bool flush() { return _writer->flush(); }
     bool good() const { return _writer->good(); }
 

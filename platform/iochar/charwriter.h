@@ -24,11 +24,16 @@ class PLATFORM_API CharWriter final : public Object {
     ~CharWriter() override;
 
     void write(std::u16string_view units) {
-        if (_good && units.size() < _capacity - _buffer.size())
-            _buffer.append(units);
-        else
-            writeThrough(units);
+        if (units.size() >= _room.size() - _used) return writeThrough(units);
+        units.copy(_room.data() + _used, units.size());
+        _used += units.size();
     }
+    /// Room for `count` units, to be filled in and taken by `wrote`; null when the buffer is too full, or too
+    /// small, for them. Valid until the next call.
+    char16_t* roomFor(std::size_t count) {
+        return count < _room.size() - _used ? _room.data() + _used : nullptr;
+    }
+    void wrote(std::size_t count) { _used += count; }
     /// Hands the buffered units to the stream. Returns `good()`.
     bool flush();
     bool good() const { return _good; }
@@ -36,6 +41,9 @@ class PLATFORM_API CharWriter final : public Object {
 
  private:
     void writeThrough(std::u16string_view units);
+    void makeRoom(std::size_t wanted);
+    void dropAll();
+    std::u16string_view buffered() const { return {_room.data(), _used}; }
     template <typename T, typename... Args>
     friend Ref<T> makeRef(Args&&... args);
     CharWriter(Ref<Interfaces::Stream> stream, u32 bufferUnits, LineEnd lineEnd);
@@ -44,7 +52,8 @@ class PLATFORM_API CharWriter final : public Object {
     std::size_t _capacity;
     LineEnd _lineEnd;
     bool _good = true;
-    Utf16Buffer _buffer;
+    Array<char16_t> _room;  // the buffer as far as it was needed yet; none when not good
+    std::size_t _used = 0;  // units in it, fewer than fit
 };
 
 }  // namespace Platform

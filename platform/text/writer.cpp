@@ -16,7 +16,8 @@ using Interfaces::Stripe;
 
 namespace {
 
-constexpr u64 CHUNK_UNITS = 8192;  // what is converted at a time
+constexpr u64 CHUNK_UNITS = 8192;          // what is converted at a time
+constexpr u64 WHOLE_UNITS = u64{1} << 20;  // what is written at a time where nothing is to be converted
 constexpr char16_t BYTE_ORDER_MARK = 0xFEFF;
 
 class WriterObj final : public Object, public Writer {
@@ -65,10 +66,11 @@ u64 WriterObj::write(ShPtr source, u64 count, u32) {
         return 0;
     }
     Utf16Buffer units;
+    const bool asItIs = _encoding == Encoding::utf16Le && hostIsLittleEndian;  // by far the most used
     for (u64 done = 0; done < count;) {
-        const u64 now = std::min(CHUNK_UNITS, count - done);
+        const u64 now = std::min(asItIs ? WHOLE_UNITS : CHUNK_UNITS, count - done);
         const u8* const chunk = from + done * sizeof(char16_t);
-        if (_encoding == Encoding::utf16Le && hostIsLittleEndian) {  // as it is, by far the most used
+        if (asItIs) {
             if (!writeBytes(chunk, now * sizeof(char16_t))) return done;
         } else {
             // Copied, since nothing promises that the source is aligned for units.

@@ -149,6 +149,24 @@ TEST(CharWriter, PairsAreJoinedWhereverTheyAreCut) {
         }
 }
 
+TEST(CharWriter, TakesWhatIsPutTogetherInItsRoom) {
+    for (u32 buffer = 2; buffer < 12; ++buffer)
+        for (u64 before = 0; before < 9; ++before) {
+            const auto stripe = storeOf("");
+            auto writer = CharWriter::create(stripe, buffer);
+            writer->write(std::u16string(before, u'b'));
+            char16_t* const room = writer->roomFor(3);
+            if (room) {
+                std::u16string_view(u"xyz").copy(room, 3);
+                writer->wrote(3);
+            }
+            writer->write(u"e");
+            writer.reset();
+            ASSERT_EQ(stripe->text(), std::string(before, 'b') + (room ? "xyze" : "e")) << buffer;
+            EXPECT_TRUE(!room || buffer > 3 + before % buffer);
+        }
+}
+
 /// Writes down all it is told, each with the line it was told at.
 class Recorder final : public Interfaces::IniParserInterface, public Object {
  public:

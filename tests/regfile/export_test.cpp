@@ -107,6 +107,40 @@ TEST(Export, BinaryLinesWrapByByteCount) {
     }
 }
 
+/// A hive that cannot change is read in another way than one that can.
+TEST(Export, ReadOnlyAndChangeableHivesGiveTheSame) {
+    const std::u16string longest(256, u'n'), tooLong(257, u'n');
+    std::vector<ValuePlan> values;
+    for (const u32 size : {0u, 1u, 2u, 4u, 5u, 24u, 25u, 100u, 16344u, 16345u, 40000u})
+        for (const u32 type : {1u, 3u, 4u})
+            values.push_back({.name = {u'v', static_cast<char16_t>(0x3B1 + values.size())},
+                              .type = type,
+                              .data = patternBytes(size, type)});
+    for (const NameForm form : {NameForm::compressed, NameForm::utf16})
+        for (const std::u16string& name :
+             {std::u16string(), std::u16string(u"\u00E9\u0080"), longest, tooLong})
+            values.push_back({.name = name, .type = 1, .data = utf16Bytes(u"\0a\0\0"sv), .nameForm = form});
+    for (const u32 minor : {3u, 5u})
+        for (const u32 before : {0u, 60000u})  // data near the start of the hive does not come whole
+            for (const auto page :
+                 {HiveFile::hiveCodepageAscii, HiveFile::hiveCodepageLatin1, HiveFile::hiveCodepageCp1250}) {
+                SCOPED_TRACE(testing::Message() << minor << " " << before << " " << page);
+                HiveBuilder builder(minor);
+                if (before) builder.allocate(before);
+                builder.build({.keys = {{.name = u"A", .values = values}, {.name = u"B", .values = values}}});
+                const OpenedHive fixed(builder, HiveFile::modeReadOnly, page);
+                const OpenedHive open(builder, HiveFile::modeReadWrite, page);
+                for (const char16_t* path : {u"", u"B"}) {
+                    const Result first = exportKey(fixed.key(path)), second = exportKey(open.key(path));
+                    EXPECT_EQ(first.done, second.done);
+                    EXPECT_EQ(first.text, second.text);
+                    EXPECT_EQ(first.errors, second.errors);
+                    EXPECT_EQ(first.done, (before || *path) && page != HiveFile::hiveCodepageAscii)
+                        << first.errors;
+                }
+            }
+}
+
 TEST(Export, UnreadableTextFallsBackToBinary) {
     HiveBuilder builder;
     builder.build({.values = {{u"s", 1, {7}}, {u"", 4, {1, 2}}, {u"d", 4, numberBytes(2)}}});
