@@ -123,6 +123,21 @@ Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool co
     });
 }
 
+bool copyPlainName(const RecordView& record, u32 offset, u16 stored, bool compressed,
+                   HiveFile::HiveCodepage codepage, std::span<char16_t> units, u32& length) {
+    const u8* const bytes = record.bytesAt(offset, stored);
+    length = compressed ? stored : stored / 2U;
+    if (!bytes || length > units.size()) return false;
+    if (!compressed) {
+        for (u32 i = 0; i < length; ++i)
+            units[i] = static_cast<char16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
+        return true;
+    }
+    u32 all = 0;
+    for (u32 i = 0; i < length; ++i) all |= units[i] = bytes[i];
+    return all < 128 || codepage == HiveFile::hiveCodepageLatin1;
+}
+
 HeapBuffer RegistryHiveObj::stringToRegName(const Ref<String>& name, u64& length, bool& compressed) const {
     if (name->length() > length) return {};
     HeapBuffer bytes = heapBuffer(name->length() + 1);

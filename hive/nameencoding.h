@@ -1,5 +1,7 @@
 #pragma once
 
+#include <span>
+
 #include "hive/hivefile.h"
 #include "hive/recordview.h"
 #include "platform/system/heap.h"
@@ -24,5 +26,9 @@ Ref<String> regNameToString(const u8* bytes, u32 length, HiveFile::HiveCodepage 
 /// last byte is ignored); null when a byte has no character.
 Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool compressed,
                        HiveFile::HiveCodepage codepage);
+/// Copies such a name of `stored` bytes where no byte of it has to be looked up and the units suffice; false,
+/// without a word, where not.
+bool copyPlainName(const RecordView& record, u32 offset, u16 stored, bool compressed,
+                   HiveFile::HiveCodepage codepage, std::span<char16_t> units, u32& length);
 
 }  // namespace Libraries::Files::Hive

@@ -37,6 +37,11 @@ class Entries {
     bool _unreadable;  // it said there are entries and has not given one
 };
 
+bool loadList(KeyObj& key) {
+    const MonGuard guard(key.hive()->monitor());
+    return key.initSubkeys();
+}
+
 }  // namespace
 
 RegFileExporter::RegFileExporter(Ref<CharPrinter> out, Ref<CharPrinter> errorPrinter, bool flag,
@@ -48,7 +53,9 @@ bool RegFileExporter::recursiveExport(const Ref<Key>& key, const Ref<String>& pa
     _path = path->view();
     // A hive that does not change is walked by index.
     const Ref<KeyObj> own = PLAIN_PATH ? nullptr : refCast<KeyObj>(key);
-    return own && own->readOnly() ? exportKey(own) : exportKey(key);
+    if (!own || !own->readOnly()) return exportKey(key);
+    _hive = own->hive();
+    return exportKey(own);
 }
 
 /// `_path` is the key's path up to its name, and is so again afterwards. The recursion ends with the hive's
@@ -79,7 +86,12 @@ bool RegFileExporter::exportSubkeys(const Ref<Key>& key) {
 }
 
 bool RegFileExporter::exportSubkeys(const Ref<KeyObj>& key) {
+    if (key->keys() && !loadList(*key)) return fail(NO_SUBKEYS);
     for (u32 i = 0; i < key->keys(); ++i) {
+        if (key->copyLeaf(i, _leaf)) {
+            if (!exportLeaf(*key, i)) return false;
+            continue;
+        }
         const Ref<KeyObj> subkey = key->key(i);
         if (!subkey) return i != 0 || fail(NO_SUBKEYS);
         if (!exportSubkey(subkey)) return false;
@@ -104,17 +116,43 @@ bool RegFileExporter::exportValues(const Ref<Key>& key) {
     return !entries.unreadable() || fail(NO_VALUES);
 }
 
-/// Most values are written from their records; a value's object is built where that cannot be done, and tells
-/// why if anything is wrong.
 bool RegFileExporter::exportValues(const Ref<KeyObj>& key) {
-    for (u32 i = 0; i < key->values(); ++i) {
-        if (key->copyValue(i, _value) && hasPlainForm(_value)) {
-            if (!exportCopy(_value)) return false;
-            continue;
+    return exportListed(key->valueList(), [&key] { return key; });
+}
+
+/// As `exportSubkey` of the subkey of `parent` at `index`, from `_leaf`.
+bool RegFileExporter::exportLeaf(KeyObj& parent, u32 index) {
+    if (!_budget->takeEntry()) return fail(TOO_MUCH);
+    const std::size_t length = _path.size();
+    _path += u'\\';
+    if (!_budget->takeData(_leaf.name().size())) return fail(TOO_MUCH);
+    _path += _leaf.name();
+    _text.beginSection(_path);
+    Ref<KeyObj> key;
+    if (!exportListed(_leaf.values(), [&] { return key ? key : key = parent.key(index); })) return false;
+    _text.endSection();
+    _path.resize(length);
+    return _text.good();
+}
+
+/// Most values are written from their records; a value's object, which `keyObject()` gives, is built where
+/// that cannot be done, and tells why if anything is wrong.
+template <typename KeyObject>
+bool RegFileExporter::exportListed(const ValueListPlace& list, KeyObject keyObject) {
+    for (u32 i = 0; i < list.count;) {
+        _values.fill(*_hive, list, i);
+        const u32 end = i + static_cast<u32>(_values.entries().size());
+        for (const ValueBatch::Entry& value : _values.entries()) {
+            if (!hasPlainForm(value)) break;
+            if (!exportCopy(value)) return false;
+            ++i;
         }
-        const Ref<ValueObj> value = key->value(i);
+        if (i == end && !_values.entries().empty()) continue;
+        const Ref<KeyObj> key = keyObject();
+        const Ref<ValueObj> value = key ? key->value(i) : nullptr;
         if (!value) return fail(NO_VALUES);
         if (!exportValue(value)) return false;
+        ++i;
     }
     return true;
 }
@@ -129,26 +167,26 @@ bool RegFileExporter::exportValue(const Ref<Value>& value) {
 }
 
 /// Whether the data is of the length its type asks for.
-bool RegFileExporter::hasPlainForm(const ValueCopy& value) const {
+bool RegFileExporter::hasPlainForm(const ValueBatch::Entry& value) const {
     if (_text.binaryOnly()) return true;
-    if (value.type() == Value::valueString) return value.data().size() != 1;
-    return value.type() != Value::valueDword || value.data().size() == sizeof(u32);
+    if (value.type == Value::valueString) return value.data.size() != 1;
+    return value.type != Value::valueDword || value.data.size() == sizeof(u32);
 }
 
 /// As `exportValue`, from a copy. REQUIRES: hasPlainForm(value).
-bool RegFileExporter::exportCopy(const ValueCopy& value) {
-    if (!_budget->takeEntry() || !_budget->takeData(value.name().size())) return fail(TOO_MUCH);
-    const std::span<const u8> data = value.data();
-    if (!_text.binaryOnly() && value.type() == Value::valueString) {
-        _text.string(value.name(), data);
-    } else if (!_text.binaryOnly() && value.type() == Value::valueDword) {
+bool RegFileExporter::exportCopy(const ValueBatch::Entry& value) {
+    if (!_budget->takeEntry() || !_budget->takeData(value.name.size())) return fail(TOO_MUCH);
+    const std::span<const u8> data = value.data;
+    if (!_text.binaryOnly() && value.type == Value::valueString) {
+        _text.string(value.name, data);
+    } else if (!_text.binaryOnly() && value.type == Value::valueDword) {
         u32 field;
         std::memcpy(&field, data.data(), sizeof(field));
-        _text.dword(value.name(), L32ToHost(field));
+        _text.dword(value.name, L32ToHost(field));
         Error::set(ErrorCode::none);  // as reading a number does
     } else {
-        _text.beginBinary(value.name(), value.type());
-        if (!_budget->takeData(data.size())) return failData(TOO_MUCH_DATA, value.name());
+        _text.beginBinary(value.name, value.type);
+        if (!_budget->takeData(data.size())) return failData(TOO_MUCH_DATA, value.name);
         _text.endBinary(data);
     }
     return true;

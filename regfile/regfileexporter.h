@@ -3,7 +3,6 @@
 #include <optional>
 
 #include "hive/keys/keyobj.h"
-#include "hive/values/valuecopy.h"
 #include "regfile/regfiletext.h"
 #include "regfile/walkbudget.h"
 
@@ -30,9 +29,12 @@ class RegFileExporter {
     bool exportSubkeys(const Ref<KeyObj>& key);
     bool exportValues(const Ref<Key>& key);
     bool exportValues(const Ref<KeyObj>& key);
+    bool exportLeaf(KeyObj& parent, u32 index);
+    template <typename KeyObject>
+    bool exportListed(const ValueListPlace& list, KeyObject keyObject);
     bool exportValue(const Ref<Value>& value);
-    bool hasPlainForm(const ValueCopy& value) const;
-    bool exportCopy(const ValueCopy& value);
+    bool hasPlainForm(const ValueBatch::Entry& value) const;
+    bool exportCopy(const ValueBatch::Entry& value);
     bool exportAsText(const Ref<Value>& value, const Ref<String>& name);
     bool exportAsBinary(const Ref<Value>& value, const Ref<String>& name);
     bool fail(const char* message) const;
@@ -46,7 +48,9 @@ class RegFileExporter {
     const bool _flag;
     std::optional<WalkBudget> _budget;  // of the walk under way
     Utf16Buffer _path;                  // of the key being written: one buffer, however deep the walk
-    ValueCopy _value;                   // being written
+    Ref<RegistryHiveObj> _hive;         // that of the keys, when it is read-only
+    LeafCopy _leaf;                     // the key being written, if it was copied
+    ValueBatch _values;                 // the values being written
 };
 
 }  // namespace Libraries::Files::Hive

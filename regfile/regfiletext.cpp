@@ -3,7 +3,6 @@
 #include <array>
 
 #include "hive/hivelog.h"
-#include "platform/iochar/stringutil.h"
 #include "platform/system/byteorder.h"
 #include "platform/system/mem.h"
 #include "platform/text/writer.h"
@@ -21,7 +20,7 @@ constexpr u32 BUFFER_UNITS = 262144;  // the fewer and larger the writes, the le
 constexpr std::size_t BYTES_PER_LINE = 25;
 constexpr std::u16string_view CONTINUED = u"\\\r\n  ";
 constexpr std::size_t STRING_UNITS = 7;  // of the line of a string besides name and text
-constexpr u64 DWORD_DIGITS = 8;
+constexpr std::size_t DWORD_DIGITS = 8;
 constexpr char16_t DIGITS[] = u"0123456789abcdef";
 
 /// A byte in binary form: two digits and a comma, and one unit more that makes it quick to copy.
@@ -103,14 +102,18 @@ void RegFileText::string(std::u16string_view name, std::span<const u8> stored) {
     _out->endLine();
 }
 
-void RegFileText::dword(std::u16string_view name, u64 number) {
+/// In hexadecimal digits, at least so many.
+void RegFileText::printNumber(u64 number, std::size_t atLeast) {
     std::array<char16_t, 16> digits;
     std::size_t first = digits.size();
-    for (; number || first > digits.size() - DWORD_DIGITS; number >>= 4)
-        digits[--first] = DIGITS[number & 15];
+    for (; number || first > digits.size() - atLeast; number >>= 4) digits[--first] = DIGITS[number & 15];
+    _out->print(std::u16string_view(digits.data() + first, digits.size() - first));
+}
+
+void RegFileText::dword(std::u16string_view name, u64 number) {
     label(name);
     _out->print(u"dword:");
-    _out->print(std::u16string_view(digits.data() + first, digits.size() - first));
+    printNumber(number, DWORD_DIGITS);
     _out->endLine();
 }
 
@@ -118,7 +121,7 @@ void RegFileText::beginBinary(std::u16string_view name, u32 type) {
     label(name);
     if (type == Value::valueBinary && !_binaryOnly) return _out->print(u"hex:");
     _out->print(u"hex(");
-    _out->print(StrConv::str(type, 16));
+    printNumber(type, 1);
     _out->print(u"):");
 }
 

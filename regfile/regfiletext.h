@@ -42,6 +42,7 @@ class RegFileText {
 
  private:
     void label(std::u16string_view name);
+    void printNumber(u64 number, std::size_t atLeast);
 
     const Ref<CharPrinter> _out;
     const bool _binaryOnly;

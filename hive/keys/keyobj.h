@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hive/keys/keyrecord.h"
+#include "hive/keys/leafcopy.h"
 #include "hive/keys/subkeylist.h"
 #include "hive/nameslot.h"
 #include "hive/registryhiveobj.h"
@@ -8,7 +9,6 @@
 namespace Libraries::Files::Hive {
 
 class KeyIteratorObj;
-class ValueCopy;
 class ValueIteratorObj;
 class ValueObj;
 
@@ -78,9 +78,10 @@ class HIVE_API KeyObj final : public Key, public Object {
     /// unreadable.
     Ref<KeyObj> key(u32 index);
     Ref<ValueObj> value(u32 index);
-    /// Copies the value at an index of the list, without an object, where the hive is read-only and nothing
-    /// stands in the way; else false, without a word.
-    bool copyValue(u32 index, ValueCopy& copy) const;
+    ValueListPlace valueList() const { return {_valueListCell, _numOfValues}; }
+    /// Copies the subkey at an index of the list, which must be loaded, without an object, where it has no
+    /// subkeys and nothing stands in the way; else false, without a word. REQUIRES: the hive is read-only.
+    bool copyLeaf(u32 index, LeafCopy& copy);
     /// `key(name)`, for those who have the units of the name only.
     Ref<KeyObj> findKey(std::u16string_view name);
 

@@ -35,6 +35,20 @@ bool KeyRecord::check(RegistryHiveObj& hive, u32 depth) {
     return true;
 }
 
+bool KeyRecord::peek(RegistryHiveObj& hive, u32 offset) {
+    _offset = offset;
+    _codepage = hive.codepage();
+    _view = hive.peekRecord(offset);
+    if (!_view || !_view.isOf(hive_record_nk::SIGNATURE)) return false;
+    _nk = _view.as<hive_record_nk>();
+    return u64{L16ToHost(_nk.nameLength)} + sizeof(_nk) <= _view.absoluteSize();
+}
+
+bool KeyRecord::copyName(std::span<char16_t> units, u32& length) const {
+    return copyPlainName(_view, sizeof(_nk), L16ToHost(_nk.nameLength), isCompressed(), _codepage, units,
+                         length);
+}
+
 Ref<String> KeyRecord::name() const {
     const Ref<String> name = decodedName();
     if (!name)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <span>
+
 #include "hive/foldedname.h"
 #include "hive/registryhiveobj.h"
 
@@ -16,6 +18,11 @@ class KeyRecord {
     /// The record at `offset` of a key `depth` levels below the root; false, with the reason in the log, when
     /// there is no sound one. Error: 0x2004.
     bool load(RegistryHiveObj& hive, u32 offset, u32 depth);
+
+    /// The same without a word, for a record at hand; the depth is the caller's to check.
+    bool peek(RegistryHiveObj& hive, u32 offset);
+    /// Copies the name where it stands there as it is and fits; else false, without a word.
+    bool copyName(std::span<char16_t> units, u32& length) const;
 
     const hive_record_nk& fixedPart() const { return _nk; }
     /// The name; null, with a log line, when a byte of it has no character.

@@ -47,6 +47,13 @@ Ref<KeyObj> KeyObj::key(u32 index) {
     return hasSubkey(index) ? openSubkey(index) : nullptr;
 }
 
+bool KeyObj::copyLeaf(u32 index, LeafCopy& copy) {
+    const MonGuard guard(_hive->monitor());
+    if (PLAIN_PATH || !_valid || !_subkeysLoaded || _depth >= MAX_KEY_DEPTH) return false;
+    const u64 listed = _known ? _known->subkeys().size() : _keyList.size();
+    return index < listed && copy.take(*_hive, subkeyRecord(index));
+}
+
 /// The subkey at an index; `knownName` is its name when the caller has it. REQUIRES: hasSubkey(index).
 Ref<KeyObj> KeyObj::openSubkey(u32 index, const Ref<String>& knownName) {
     if (Ref<KeyObj> live = liveSubkey(index)) return live;

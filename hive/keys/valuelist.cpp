@@ -5,7 +5,6 @@
 #include "hive/keys/valueiteratorobj.h"
 #include "hive/plainpath.h"
 #include "hive/recordbuilder.h"
-#include "hive/values/valuecopy.h"
 #include "hive/values/valueobj.h"
 #include "hive/values/valuerecord.h"
 
@@ -52,15 +51,6 @@ Ref<ValueObj> KeyObj::value(u32 index) {
     else
         log(3, Channel::hive, "New created ValueObj not valid");
     return built;
-}
-
-bool KeyObj::copyValue(u32 index, ValueCopy& copy) const {
-    if (PLAIN_PATH || !_readOnly || !_valid || index >= _numOfValues) return false;
-    const MonGuard guard(_hive->monitor());
-    const RecordView list = _hive->peekRecord(_valueListCell);
-    if (!list || u64{_numOfValues} * OFFSET_ENTRY_SIZE + sizeof(hive_record) > list.absoluteSize())
-        return false;
-    return copy.take(*_hive, list.u32At(valueListSize(index)));
 }
 
 Ref<Value> KeyObj::value(Ref<String> name) {

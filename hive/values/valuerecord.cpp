@@ -65,18 +65,8 @@ Ref<String> ValueRecord::name() const {
 }
 
 bool ValueRecord::copyName(std::span<char16_t> units, u32& length) const {
-    const u16 stored = L16ToHost(_vk.nameLength);
-    const u8* const bytes = _view.bytesAt(sizeof(_vk), stored);
-    length = isCompressed() ? stored : stored / 2U;
-    if (!bytes || length > units.size()) return false;
-    if (!isCompressed()) {
-        for (u32 i = 0; i < length; ++i)
-            units[i] = static_cast<char16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
-        return true;
-    }
-    u8 all = 0;
-    for (u32 i = 0; i < length; ++i) all |= static_cast<u8>(units[i] = bytes[i]);
-    return all < 128 || _codepage == HiveFile::hiveCodepageLatin1;
+    return copyPlainName(_view, sizeof(_vk), L16ToHost(_vk.nameLength), isCompressed(), _codepage, units,
+                         length);
 }
 
 bool ValueRecord::nameHash(u32& hash) const {
