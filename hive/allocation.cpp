@@ -138,13 +138,16 @@ RegistryHiveObj::Unwritten RegistryHiveObj::writeCells(u32 hbinIdx, u32 offset, 
         if (rest && !writeCellSize(hbinIdx, offset + length, rest)) return Unwritten::rest;
         return Unwritten::nothing;
     }
-    if (cacheLoadHbin(hbinIdx) == NO_POSITION) return Unwritten::cell;
+    if (!isAtHand(hbinIdx) && cacheLoadHbin(hbinIdx) == NO_POSITION) return Unwritten::cell;
     const u32 inHbin = offset - _hbins[hbinIdx].offset;
     CachedHbin& hbin = _cache.entry(_hbins[hbinIdx].cacheSlot);
-    const u32 field = HostToL32(static_cast<u32>(size));
-    store(hbin, inHbin, &field, sizeof(field));
-    const u32 restField = HostToL32(static_cast<u32>(rest));
-    if (rest) store(hbin, inHbin + length, &restField, sizeof(restField));
+    const auto put = [cell = _cache.at(hbin.position + inHbin)](u32 at, s32 value) {
+        const u32 field = HostToL32(static_cast<u32>(value));
+        std::memcpy(cell + at, &field, sizeof(field));
+    };
+    put(0, size);
+    if (rest) put(length, rest);
+    hbin.dirty = true;
     hbin.cells.retiled(hbin.size, inHbin, inHbin + length, inHbin + total);
     return Unwritten::nothing;
 }
@@ -185,12 +188,6 @@ u32 RegistryHiveObj::freeBehind(const RecordView& record, u32 hbinIdx, u32 offse
 }
 
 bool RegistryHiveObj::updateFreeSpace(u32 hbinIdx) {
-    return findLargestFree(hbinIdx, UNKNOWN_LENGTH);
-}
-
-/// Goes over an hbin's cells for the first of the largest free ones. None is longer than `bound`, unless that
-/// is unknown, so that one of this length ends the search.
-bool RegistryHiveObj::findLargestFree(u32 hbinIdx, u32 bound) {
     constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::updateFreeSpace";
     if (refuseUnsafe("updateFreeSpace")) return false;
     if (!assertCondition(hbinIdx < _hbins.size(), "hbin_idx < _hbins.size()", function)) return false;
@@ -206,9 +203,8 @@ bool RegistryHiveObj::findLargestFree(u32 hbinIdx, u32 bound) {
     };
     assertCondition(hbinSize == fieldAt(offsetof(hive_hbin, size)), "size == _hbins[hbin_idx].size",
                     function);
-    u32 largest = 0;
-    u32 largestRecord = 0;
-    u32 others = 0;
+    FreeCells& known = _cache.entry(_hbins[hbinIdx].cacheSlot).freeCells;
+    known.clear();
     bool sound = true;
     u64 position = sizeof(hive_hbin);
     while (sound && position + sizeof(hive_record) < hbinSize) {
@@ -219,21 +215,16 @@ bool RegistryHiveObj::findLargestFree(u32 hbinIdx, u32 bound) {
         if (!sound) {
             log(3, Channel::hive, "Invalid record size: ", length);
             log(1, Channel::hive, "record: ", record);
-        } else if (size > 0 && length > largest) {
-            if (length == bound) {
-                _hbins.setLargestFree(hbinIdx, length, record, bound);
-                return true;
-            }
-            others = largest;
-            largest = length;
-            largestRecord = record;
         } else if (size > 0) {
-            others = std::max(others, length);
+            known.add(record, length);
         }
         position += length;
     }
+    u32 record = 0, largest = 0, others = 0;
+    known.largest(record, largest, others);
     sound = sound && position == hbinSize;
-    _hbins.setLargestFree(hbinIdx, largest, largestRecord, sound ? others : UNKNOWN_LENGTH);
+    if (!sound) known.forget();
+    _hbins.setLargestFree(hbinIdx, largest, record, sound ? others : UNKNOWN_LENGTH);
     return true;
 }
 
@@ -243,19 +234,27 @@ bool RegistryHiveObj::findLargestFree(u32 hbinIdx, u32 bound) {
 void RegistryHiveObj::noteChange(u32 hbinIdx, u32 offset, u32 length, u32 freeRecord, u32 freeLength) {
     const HbinDescriptor& hbin = _hbins[hbinIdx];
     const u32 largest = hbin.largestFree, record = hbin.largestFreeRecord, others = hbin.otherFree;
-    const bool gone = largest && record >= offset && record - offset < length;
-    if (PLAIN_PATH || others == UNKNOWN_LENGTH)
+    if (PLAIN_PATH || others == UNKNOWN_LENGTH) {
         updateFreeSpace(hbinIdx);
-    else if (gone && others == 0 && freeLength == 0)
-        _hbins.setLargestFree(hbinIdx, 0, 0, 0);
-    else if (gone && freeLength <= others)
-        findLargestFree(hbinIdx, others);
-    else if (gone)
-        _hbins.setLargestFree(hbinIdx, freeLength, freeRecord, others);
-    else if (freeLength > largest || (freeLength == largest && freeLength && freeRecord < record))
+        return;
+    }
+    FreeCells& known = _cache.entry(hbin.cacheSlot).freeCells;
+    known.remove(offset, length);
+    known.add(freeRecord, freeLength);
+    const bool gone = largest && record >= offset && record - offset < length;
+    if (gone && (freeLength > others || others == 0)) {
+        _hbins.setLargestFree(hbinIdx, freeLength, freeLength ? freeRecord : 0, others);
+    } else if (gone) {
+        u32 newRecord = 0, newLargest = 0, newOthers = 0;
+        if (known.largest(newRecord, newLargest, newOthers))
+            _hbins.setLargestFree(hbinIdx, newLargest, newRecord, newOthers);
+        else
+            updateFreeSpace(hbinIdx);
+    } else if (freeLength > largest || (freeLength == largest && freeLength && freeRecord < record)) {
         _hbins.setLargestFree(hbinIdx, freeLength, freeRecord, std::max(others, largest));
-    else
+    } else {
         _hbins.setLargestFree(hbinIdx, largest, record, std::max(others, freeLength));
+    }
 }
 
 u32 RegistryHiveObj::resizeRecord(u32 offset, u32 size, bool copyData, u32* allocatedSize,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hive/cellmap.h"
+#include "hive/freecells.h"
 #include "hive/recordview.h"
 #include "platform/system/shmem.h"
 
@@ -18,6 +19,7 @@ struct CachedHbin {
     bool dirty = false;        // changed since it was loaded or last written back; of this round then
     bool headChecked = false;  // its head was compared with the hbin table and has not changed since
     CellMap cells = {};
+    FreeCells freeCells = {};
 };
 
 /// The cache memory and what lies in it: hbins one behind the other, in the order they were loaded. It is a

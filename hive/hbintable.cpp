@@ -21,11 +21,20 @@ void HbinTable::setLargestFree(u32 index, u32 length, u32 record, u32 otherFree)
     if (changed) raise(index);
 }
 
-u32 HbinTable::firstWithRoom(u32 length) const {
-    if (_maxima.empty() || _maxima[1] < length) return INVALID_HBIN;
-    u32 node = 1;
-    while (node < _leaves) node = 2 * node + (_maxima[2 * node] < length);  // which way is not foreseeable
-    return node - _leaves < size() ? node - _leaves : INVALID_HBIN;
+u32 HbinTable::firstWithRoom(u32 length) {
+    while (!_maxima.empty() && _maxima[1] >= length) {
+        u32 node = 1;
+        while (node < _leaves)
+            node = 2 * node + (_maxima[2 * node] < length);  // which way is not foreseeable
+        if (_maxima[node] >= length) return node - _leaves < size() ? node - _leaves : INVALID_HBIN;
+        lower(node);
+    }
+    return INVALID_HBIN;
+}
+
+/// Makes the maxima above a leaf no larger than those below them.
+void HbinTable::lower(u32 node) {
+    for (node /= 2; node > 0; node /= 2) _maxima[node] = std::max(_maxima[2 * node], _maxima[2 * node + 1]);
 }
 
 void HbinTable::raise(u32 index) {
@@ -37,14 +46,10 @@ void HbinTable::raise(u32 index) {
             _maxima[node] = std::max(_maxima[2 * node], _maxima[2 * node + 1]);
         return;
     }
+    const u32 length = _hbins[index].largestFree;
     u32 node = _leaves + index;
-    _maxima[node] = _hbins[index].largestFree;
-    while (node > 1) {
-        node /= 2;
-        const u32 maximum = std::max(_maxima[2 * node], _maxima[2 * node + 1]);
-        if (_maxima[node] == maximum) return;
-        _maxima[node] = maximum;
-    }
+    _maxima[node] = length;
+    for (node /= 2; node > 0 && _maxima[node] < length; node /= 2) _maxima[node] = length;
 }
 
 }  // namespace Libraries::Files::Hive

@@ -50,15 +50,18 @@ class HbinTable {
     }
     /// The first hbin in file order whose largest free cell has at least `length` bytes; INVALID_HBIN when
     /// none has.
-    u32 firstWithRoom(u32 length) const;
+    u32 firstWithRoom(u32 length);
 
  private:
     void raise(u32 index);
+    void lower(u32 node);
 
     ChunkedArray<HbinDescriptor> _hbins;
     ChunkedArray<u32> _pages;  // the hbin of every 4096 bytes
     u64 _end = 0;
     // A binary tree of maxima over `largestFree`, root at 1, leaves from `_leaves` on; empty while all are 0.
+    // Leaves are exact. What is above them is never too small, and only lowered when a search finds it too
+    // large: most hbins lose room many times before one is passed over.
     Platform::Array<u32> _maxima;
     u32 _leaves = 0;
 };

@@ -168,7 +168,6 @@ class RegistryHiveObj final : public HiveFile, public Object {
     u32 appendHbin(u32 length);
     bool growFile(u32 newSize, bool& isBlank);
     bool writeHbinHead(u32 hbinIdx);
-    bool findLargestFree(u32 hbinIdx, u32 bound);
     void noteChange(u32 hbinIdx, u32 offset, u32 length, u32 freeRecord, u32 freeLength);
     bool restoreCellSize(u32 hbinIdx, u32 offset, s32 size);
     bool freeRecord(u32 hbinIdx, u32 offset, u32 current, u32 available);

@@ -50,22 +50,31 @@ u32 digitValue(char16_t unit) {
 }  // namespace
 
 bool parseHexData(std::u16string_view text, HexData& data) {
+    data.type = HexData().type;
     if (!parseHead(text, data.type)) return false;
     data.bytes.resize((text.size() + 1) / 3);
-    std::size_t count = 0;
-    for (std::size_t at = 0; at < text.size();) {
-        if (text[at] == u',') {
+    u8* to = data.bytes.data();
+    const char16_t* at = text.data();
+    const char16_t* const end = at + text.size();
+    while (at != end) {
+        // Nearly all of it: two digits and one comma.
+        for (; end - at >= 3 && at[2] == u','; at += 3) {
+            const u32 high = digitValue(at[0]), low = digitValue(at[1]);
+            if ((high | low) > 15) break;
+            *to++ = static_cast<u8>(high << 4 | low);
+        }
+        if (at == end) break;
+        if (*at == u',') {
             ++at;
             continue;
         }
-        const std::size_t end = at + 2;
-        if (end > text.size() || (end < text.size() && text[end] != u',')) return false;
-        const u32 high = digitValue(text[at]), low = digitValue(text[at + 1]);
+        if (end - at < 2 || (end - at > 2 && at[2] != u',')) return false;
+        const u32 high = digitValue(at[0]), low = digitValue(at[1]);
         if ((high | low) > 15) return false;
-        data.bytes[count++] = static_cast<u8>(high << 4 | low);
-        at = end + (end < text.size());
+        *to++ = static_cast<u8>(high << 4 | low);
+        at += end - at > 2 ? 3 : 2;
     }
-    data.bytes.resize(count);
+    data.bytes.resize(static_cast<std::size_t>(to - data.bytes.data()));
     return data.bytes.size() <= UINT32_MAX;
 }
 

@@ -1,10 +1,11 @@
 #include "regfile/regfileimporthandler.h"
 
+#include <cstring>
+
 #include "hive/errorcodes.h"
 #include "hive/hivelog.h"
 #include "hive/plainpath.h"
 #include "platform/iochar/stringutil.h"
-#include "regfile/hexdata.h"
 #include "regfile/util.h"
 #include "regfile/valueedit.h"
 
@@ -94,14 +95,14 @@ void RegFileImportHandler::settle() {
     _listUnsettled = false;
 }
 
-bool RegFileImportHandler::section(Ref<String> name) {
+bool RegFileImportHandler::sectionUnits(std::u16string_view name) {
     settle();
     if (!_versionLine) return fail({{"Invalid regfile, section before version string"}}, {});
-    const bool deletion = name->charAt(0) == u'-';
-    if (deletion) name = name->sub(1);
-    if (!StringUtil::startsWith(name, _prefix)) return failPrefix(name);
-    const Ref<String> path = _prefix->isEmpty() ? name : name->sub(_prefix->length());
-    return deletion ? deleteSection(path) : enterSection(path);
+    const bool deletion = name.starts_with(u'-');
+    if (deletion) name.remove_prefix(1);
+    if (!name.starts_with(_prefix->view())) return failPrefix(String::create(name));
+    name.remove_prefix(toSize(_prefix->length()));
+    return deletion ? deleteSection(String::create(name)) : enterSection(name);
 }
 
 bool RegFileImportHandler::failPrefix(const Ref<String>& name) {
@@ -115,16 +116,15 @@ bool RegFileImportHandler::failPrefix(const Ref<String>& name) {
 /// Makes the key at `path` current, creating what is missing. The key of the section before is held until the
 /// new one is reached: with it live all its ancestors, which most sections share, and with them their loaded
 /// lists. Keys on the way to both need not be looked up again.
-bool RegFileImportHandler::enterSection(const Ref<String>& path) {
+bool RegFileImportHandler::enterSection(std::u16string_view path) {
     Ref<Key> key = _hive->root();
     if (!key) return fail({{"Failed to get root key"}}, {});
     if (!(key == _root)) _steps.clear();
     _root = key;
     std::size_t depth = 0;
-    const std::u16string_view text = path->view();
-    for (std::size_t end, start = 0; start < text.size(); start = end + 1) {
-        end = std::min(text.find(u'\\', start), text.size());
-        const std::u16string_view element = text.substr(start, end - start);
+    for (std::size_t end, start = 0; start < path.size(); start = end + 1) {
+        end = std::min(path.find(u'\\', start), path.size());
+        const std::u16string_view element = path.substr(start, end - start);
         if (element.empty()) continue;
         if (depth == _steps.size() || !isStep(_steps[depth], element)) {
             _steps.resize(depth);
@@ -142,18 +142,21 @@ bool RegFileImportHandler::enterSection(const Ref<String>& path) {
 
 /// Whether a look-up of the element would lead to this key again.
 bool RegFileImportHandler::isStep(const Step& step, std::u16string_view element) {
-    return !PLAIN_PATH && step.element->equal(element) && step.name && step.key->name() == step.name;
+    const std::u16string_view own = step.element->view();
+    return !PLAIN_PATH && own.size() == element.size() &&
+           std::memcmp(own.data(), element.data(), own.size() * sizeof(char16_t)) == 0 && step.name &&
+           step.key->name() == step.name;
 }
 
 Ref<Key> RegFileImportHandler::openOrCreate(const Ref<Key>& key, const Ref<String>& name,
-                                            const Ref<String>& path) {
+                                            std::u16string_view path) {
     if (Ref<Key> child = key->key(name)) return child;
-    if (_verbose) note("Create new key: ", path);
+    if (_verbose) note("Create new key: ", String::create(path));
     Ref<Key> child = storable(name) ? key->createKey(name) : nullptr;
     if (child)
         ++_counts.keysCreated;
     else
-        failWithCode("Failed to create key: ", path);
+        failWithCode("Failed to create key: ", String::create(path));
     return child;
 }
 
@@ -178,17 +181,17 @@ bool RegFileImportHandler::deleteSection(const Ref<String>& path) {
     return true;
 }
 
-bool RegFileImportHandler::value(Ref<String> name, Ref<String> data) {
-    const std::u16string_view text = name->view();
-    if (text.starts_with(u'@'))
+bool RegFileImportHandler::valueUnits(std::u16string_view label, std::u16string_view data) {
+    Ref<String> name;
+    if (label.starts_with(u'@'))
         name = String::create();
-    else if (text.size() >= 3 && text.starts_with(u'"') && text.ends_with(u'"'))
-        name = name->sub(1, text.size() - 2);
+    else if (label.size() >= 3 && label.starts_with(u'"') && label.ends_with(u'"'))
+        name = String::create(label.substr(1, label.size() - 2));
     else
-        return fail({{"Unexpected value: ", name}}, {{"data: ", data}});
+        return failWithData("Unexpected value: ", String::create(label), data);
     if (!_current) return fail({{"Invalid regfile, first value before first key"}}, {});
-    if (data->isEmpty()) return fail({{"Found empty value in regfile, name = ", name}}, {});
-    if (data->equal(u"-")) {
+    if (data.empty()) return fail({{"Found empty value in regfile, name = ", name}}, {});
+    if (data == u"-") {
         const Ref<Value> old = _current->value(name);
         if (!old && Error::get() != ErrorCode::noSuchValue)
             return fail({{"Failed to remove old value: ", name}}, {});
@@ -197,10 +200,15 @@ bool RegFileImportHandler::value(Ref<String> name, Ref<String> data) {
         _listUnsettled = true;
         return true;
     }
-    if (data->startsWith(u"\"")) return setString(name, data);
-    if (data->startsWith(u"dword:")) return setDword(name, data);
-    if (data->startsWith(u"hex")) return setBinary(name, data);
-    return fail({{"Invalid value: ", name}}, {{"data: ", data}});
+    if (data.starts_with(u'"')) return setString(name, data);
+    if (data.starts_with(u"dword:")) return setDword(name, data);
+    if (data.starts_with(u"hex")) return setBinary(name, data);
+    return failWithData("Invalid value: ", name, data);
+}
+
+bool RegFileImportHandler::failWithData(const char* message, const Ref<String>& name,
+                                        std::u16string_view data) {
+    return fail({{message, name}}, {{"data: ", String::create(data)}});
 }
 
 /// The value of that name and type, reused or made; null with the reason reported.
@@ -222,22 +230,20 @@ Ref<Value> RegFileImportHandler::valueToSet(const Ref<String>& name, Value::Valu
     return created;
 }
 
-bool RegFileImportHandler::setString(const Ref<String>& name, const Ref<String>& data) {
-    if (data->length() < 2 || data->charAt(data->length() - 1) != u'"')
-        return fail({{"Invalid string value: ", name}}, {{"data: ", data}});
+bool RegFileImportHandler::setString(const Ref<String>& name, std::u16string_view data) {
+    if (data.size() < 2 || !data.ends_with(u'"')) return failWithData("Invalid string value: ", name, data);
     const Ref<Value> value = valueToSet(name, Value::valueString);
     if (!value) return false;
     // Taken as it stands, backslashes and quotes included: that is how export text is written.
-    if (!ValueEdit::setString(_current, value, data->sub(1, data->length() - 2)))
+    if (!ValueEdit::setString(_current, value, data.substr(1, data.size() - 2)))
         return fail({{"Failed to set string value: ", name}}, {});
     ++_counts.valuesSet;
     return true;
 }
 
-bool RegFileImportHandler::setDword(const Ref<String>& name, const Ref<String>& data) {
+bool RegFileImportHandler::setDword(const Ref<String>& name, std::u16string_view data) {
     u64 number = 0;
-    if (!StrConv::num(data->view().substr(6), number, 16))
-        return fail({{"Invalid dword value: ", name}}, {{"data: ", data}});
+    if (!StrConv::num(data.substr(6), number, 16)) return failWithData("Invalid dword value: ", name, data);
     const Ref<Value> value = valueToSet(name, Value::valueDword);
     if (!value) return false;
     if (!value->setNumber(number)) return fail({{"Failed to set dword value: ", name}}, {});
@@ -245,13 +251,12 @@ bool RegFileImportHandler::setDword(const Ref<String>& name, const Ref<String>& 
     return true;
 }
 
-bool RegFileImportHandler::setBinary(const Ref<String>& name, const Ref<String>& data) {
-    HexData parsed;
-    if (!parseHexData(data->view(), parsed)) return fail({{"Invalid hex value: ", name}}, {{"data: ", data}});
-    const Ref<Value> value = valueToSet(name, static_cast<Value::ValueType>(parsed.type));
+bool RegFileImportHandler::setBinary(const Ref<String>& name, std::u16string_view data) {
+    if (!parseHexData(data, _hex)) return failWithData("Invalid hex value: ", name, data);
+    const Ref<Value> value = valueToSet(name, static_cast<Value::ValueType>(_hex.type));
     if (!value) return false;
-    const auto size = static_cast<u32>(parsed.bytes.size());
-    const ValueEdit::Result result = ValueEdit::setData(_current, value, parsed.bytes.data(), size);
+    const auto size = static_cast<u32>(_hex.bytes.size());
+    const ValueEdit::Result result = ValueEdit::setData(_current, value, _hex.bytes.data(), size);
     if (result == ValueEdit::resizeFailed) return fail({{"Failed to resize value: ", name}}, {});
     if (result == ValueEdit::writeFailed) return fail({{"Failed to write data of value: ", name}}, {});
     ++_counts.valuesSet;

@@ -6,6 +6,7 @@
 #include "platform/interfaces/iniparserinterface.h"
 #include "platform/iochar/charprinter.h"
 #include "platform/iochar/charreader.h"
+#include "regfile/hexdata.h"
 #include "regfile/regfileutil.h"
 
 namespace Libraries::Files::Hive {
@@ -25,9 +26,11 @@ class RegFileImportHandler final : public Interfaces::IniParserInterface, public
     bool reportLine(const char* message) { return fail({{message}}, {}); }
 
     bool begin(Ref<RefCount> source) override;
-    bool section(Ref<String> name) override;
+    bool section(Ref<String> name) override { return sectionUnits(name->view()); }
+    bool sectionUnits(std::u16string_view name) override;
     bool line(Ref<String> text) override;
-    bool value(Ref<String> name, Ref<String> data) override;
+    bool value(Ref<String> name, Ref<String> data) override { return valueUnits(name->view(), data->view()); }
+    bool valueUnits(std::u16string_view label, std::u16string_view data) override;
     bool end() override { return true; }
     /// To be called when the import ends, however it ends.
     void settle();
@@ -50,19 +53,20 @@ class RegFileImportHandler final : public Interfaces::IniParserInterface, public
         std::optional<u64> number;
     };
     bool fail(std::initializer_list<Piece> message, std::initializer_list<Piece> details);
+    bool failWithData(const char* message, const Ref<String>& name, std::u16string_view data);
     bool failWithCode(const char* message, const Ref<String>& path);
     bool failPrefix(const Ref<String>& name);
     void note(const char* text, const Ref<String>& subject) const;
     Ref<String> where() const;
     Ref<String> textOf(const Piece& piece) const;
 
-    bool enterSection(const Ref<String>& path);
+    bool enterSection(std::u16string_view path);
     bool deleteSection(const Ref<String>& path);
     static bool isStep(const Step& step, std::u16string_view element);
-    Ref<Key> openOrCreate(const Ref<Key>& key, const Ref<String>& name, const Ref<String>& path);
-    bool setString(const Ref<String>& name, const Ref<String>& data);
-    bool setDword(const Ref<String>& name, const Ref<String>& data);
-    bool setBinary(const Ref<String>& name, const Ref<String>& data);
+    Ref<Key> openOrCreate(const Ref<Key>& key, const Ref<String>& name, std::u16string_view path);
+    bool setString(const Ref<String>& name, std::u16string_view data);
+    bool setDword(const Ref<String>& name, std::u16string_view data);
+    bool setBinary(const Ref<String>& name, std::u16string_view data);
     Ref<Value> valueToSet(const Ref<String>& name, Value::ValueType type);
 
     const Ref<RegistryHive> _hive;
@@ -76,6 +80,7 @@ class RegFileImportHandler final : public Interfaces::IniParserInterface, public
     const bool _verbose;
     Ref<CharReader> _source;
     ImportCounts _counts;
+    HexData _hex;  // of the value being set
 };
 
 }  // namespace Libraries::Files::Hive

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "hive/keys/keyobj.h"
+#include "hive/values/valueobj.h"
 #include "platform/iochar/stringutil.h"
 
 namespace Libraries::Files::Hive {
@@ -85,12 +86,13 @@ ValueEdit::Result ValueEdit::setData(const Ref<Key>& key, const Ref<Value>& valu
     return write(value, data, size) || writeElsewhere(key, value, data, size) ? done : writeFailed;
 }
 
-bool ValueEdit::setString(const Ref<Key>& key, const Ref<Value>& value, const Ref<String>& text) {
+bool ValueEdit::setString(const Ref<Key>& key, const Ref<Value>& value, std::u16string_view text) {
     const HiveGuard guard(key);
-    if (value->setString(text)) return true;
+    const auto own = refCast<ValueObj>(value);
+    if (own ? own->setUnits(text) : value->setString(String::create(text))) return true;
     if (Error::get() != ErrorCode::shortWrite) return false;
     Array<u8> data;
-    for (const char16_t unit : text->view().substr(0, text->view().find(u'\0'))) appendUnit(data, unit);
+    for (const char16_t unit : text.substr(0, text.find(u'\0'))) appendUnit(data, unit);
     appendUnit(data, 0);
     return writeElsewhere(key, value, data.data(), static_cast<u32>(data.size()));
 }

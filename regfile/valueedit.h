@@ -23,7 +23,10 @@ class HIVE_API ValueEdit {
     static Result setData(const Ref<Key>& key, const Ref<Value>& value, const void* data, u32 size);
     /// The same for a string value (types 1 and 2) and a string list (type 7). False on failure, with the
     /// codes of `Value::setString` and `Value::setStrings`.
-    static bool setString(const Ref<Key>& key, const Ref<Value>& value, const Ref<String>& text);
+    static bool setString(const Ref<Key>& key, const Ref<Value>& value, const Ref<String>& text) {
+        return text ? setString(key, value, text->view()) : value->setString(text);
+    }
+    static bool setString(const Ref<Key>& key, const Ref<Value>& value, std::u16string_view text);
     static bool setStrings(const Ref<Key>& key, const Ref<Value>& value,
                            const Ref<TVector<Ref<String>>>& texts);
 

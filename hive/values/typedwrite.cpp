@@ -31,10 +31,13 @@ bool ValueObj::replaceData(const void* data, u32 bytes, const char* resizeFailur
 }
 
 bool ValueObj::setString(Ref<String> text) {
+    return text ? setUnits(text->view()) : ErrorCode::fail(ErrorCode::nullArgument);
+}
+
+bool ValueObj::setUnits(std::u16string_view text) {
     const MonGuard guard(_hive->monitor());
-    if (!text) return ErrorCode::fail(ErrorCode::nullArgument);
     if (!canSet(_type == valueString || _type == valueExpandString)) return false;
-    const std::u16string_view units = text->view().substr(0, text->view().find(u'\0'));
+    const std::u16string_view units = text.substr(0, text.find(u'\0'));
     if (units.size() >= UINT32_MAX / 2) return ErrorCode::fail(ErrorCode::tooLong);
     RecordBuilder data;
     data.putUnits(units);

@@ -38,6 +38,8 @@ class HIVE_API ValueObj final : public Value, public Object {
     u32 write(ShPtr source, u32 offset, u32 count) override;
     Ref<String> string(u32 maxLength) override;
     bool setString(Ref<String> text) override;
+    /// The same, for those who have the units only.
+    bool setUnits(std::u16string_view text);
     Ref<TVector<Ref<String>>> strings(u32 maxLength) override;
     bool setStrings(Ref<TVector<Ref<String>>> texts) override;
     u64 number() override;

@@ -37,16 +37,25 @@ std::optional<std::size_t> findEquals(std::u16string_view line) {
 
 /// Where the first CR or LF stands; the text's length when there is none.
 std::size_t findLineEnd(std::u16string_view text) {
+    constexpr std::size_t many = 32, few = 4;
     constexpr u64 ones = 0x0001000100010001;
-    constexpr std::size_t many = 4;
+    // What is above CR is no line end, and the other control characters hardly ever come.
+    const auto mayEnd = [text](std::size_t at) {
+        u16 any = 0;
+        for (std::size_t i = 0; i < many; ++i) any = static_cast<u16>(any | (text[at + i] <= u'\r'));
+        return any != 0;
+    };
+    const auto mayEndSoon = [text](std::size_t at) {
+        u64 units;
+        std::memcpy(&units, text.data() + at, sizeof(units));
+        return ((units - ones * 14) & ~units & ones << 15) != 0;
+    };
     const auto ends = [text](std::size_t at) { return text[at] == u'\n' || text[at] == u'\r'; };
     std::size_t at = 0;
-    for (; text.size() - at >= many; at += many) {
-        u64 four;
-        std::memcpy(&four, text.data() + at, sizeof(four));
-        // Nothing when all four are above CR, which the other control characters hardly ever spoil.
-        if (((four - ones * 14) & ~four & ones << 15) == 0) continue;
-        for (std::size_t i = at; i < at + many; ++i)
+    while (text.size() - at >= many && !mayEnd(at)) at += many;
+    for (; text.size() - at >= few; at += few) {
+        if (!mayEndSoon(at)) continue;
+        for (std::size_t i = at; i < at + few; ++i)
             if (ends(i)) return i;
     }
     while (at < text.size() && !ends(at)) ++at;
@@ -78,15 +87,14 @@ class RegistryText {
         const std::size_t dataAt = *equals + 1;
         if (_line.substr(dataAt).starts_with(u"hex") && _line.ends_with(u'\\') && !readContinuations())
             return _reader.failed() ? IniParser::unreadable : IniParser::malformed;
-        return told(
-            _handler.value(String::create(_line.substr(0, *equals)), String::create(_line.substr(dataAt))));
+        return told(_handler.valueUnits(_line.substr(0, *equals), _line.substr(dataAt)));
     }
 
     u32 parseSection() {
         const std::u16string_view line = _line.substr(0, _line.find_last_not_of(blanks) + 1);
         if (line.size() < 2 || !line.ends_with(u']')) return IniParser::malformed;
         _inSection = true;
-        return told(_handler.section(String::create(line.substr(1, line.size() - 2))));
+        return told(_handler.sectionUnits(line.substr(1, line.size() - 2)));
     }
 
     static u32 told(bool goOn) { return goOn ? IniParser::parsed : IniParser::refused; }

@@ -17,6 +17,12 @@ class IniParserInterface : public virtual Platform::RefCount {
     virtual bool value(Platform::Ref<Platform::String> name, Platform::Ref<Platform::String> data) = 0;
     /// After the last line.
     virtual bool end() = 0;
+    /// What the parser calls for `section` and `value`, which by default do the work: a handler that needs no
+    /// strings takes the units as they stand, valid until it returns.
+    virtual bool sectionUnits(std::u16string_view name) { return section(Platform::String::create(name)); }
+    virtual bool valueUnits(std::u16string_view name, std::u16string_view data) {
+        return value(Platform::String::create(name), Platform::String::create(data));
+    }
 };
 
 }  // namespace Interfaces

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 
 namespace Platform {
@@ -75,7 +76,13 @@ Ref<T> makeRef(Args&&... args) {
 /// The object seen as a `T`, null when it is none (a dynamic type check).
 template <typename T, typename U>
 Ref<T> refCast(const Ref<U>& ref) {
-    return Ref<T>(dynamic_cast<T*>(ref.get()));
+    // Nothing derives from a final class: its own type is all there is to check.
+    if constexpr (std::is_final_v<T> && requires(U * object) { static_cast<T*>(object); }) {
+        const U* const object = ref.get();
+        return Ref<T>(object && typeid(*object) == typeid(T) ? static_cast<T*>(ref.get()) : nullptr);
+    } else {
+        return Ref<T>(dynamic_cast<T*>(ref.get()));
+    }
 }
 
 }  // namespace Platform
