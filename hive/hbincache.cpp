@@ -5,7 +5,6 @@
 namespace Libraries::Files::Hive {
 
 namespace {
-constexpr u32 GROWTH = 4;
 /// The cache grows when one load in so many brings back an hbin that was dropped.
 constexpr u32 ENOUGH_COME_BACK = 4;
 }  // namespace
@@ -28,15 +27,23 @@ void HbinCache::release() {
     _memory.reset();
 }
 
+u32 HbinCache::place(u32 hbinIdx, u32 hbinSize, u32 round) {
+    _entries.push_back(CachedHbin{hbinIdx, _end, hbinSize, round});
+    _end += hbinSize;
+    return static_cast<u32>(_entries.size() - 1);
+}
+
 u32 HbinCache::add(u32 hbinIdx, u32 hbinSize, bool cameBack) {
-    const auto slot = static_cast<u32>(_entries.size());
-    _entries.push_back(CachedHbin{hbinIdx, _end, hbinSize, _roundNumber});
+    const u32 slot = place(hbinIdx, hbinSize, _roundNumber);
     _round.push_back(slot);
     _used += hbinSize;
-    _end += hbinSize;
     ++_loads;
     _cameBack += cameBack;
     return slot;
+}
+
+u32 HbinCache::addUnasked(u32 hbinIdx, u32 hbinSize) {
+    return place(hbinIdx, hbinSize, _roundNumber - 1);
 }
 
 void HbinCache::takeIntoRound(u32 slot) {
@@ -54,12 +61,12 @@ bool HbinCache::nextRound(bool mayRetain) {
     return true;
 }
 
-/// Makes room behind what is there; false when that does not pay or there is no memory.
+/// Makes room behind what is there; false when that does not pay or there is no memory. What is never used
+/// of the memory takes none.
 bool HbinCache::grow() {
-    const u64 capacity = std::min<u64>(u64{_capacity} * GROWTH, RETAINED_BYTES);
-    if (_cameBack * ENOUGH_COME_BACK < _loads || capacity < u64{_end} + _size) return false;
+    if (_cameBack * ENOUGH_COME_BACK < _loads || RETAINED_BYTES < u64{_end} + _size) return false;
     const u32 error = Platform::Error::get();
-    const auto memory = Platform::ShMem::createPrivate(capacity);
+    const auto memory = Platform::ShMem::createPrivate(RETAINED_BYTES);
     if (!memory) {
         Platform::Error::set(error);  // the cache does without
         return false;
@@ -67,8 +74,7 @@ bool HbinCache::grow() {
     Platform::Mem::copy(memory->address(), _base, _end);
     _memory = memory;
     _base = memory->address();
-    _capacity = static_cast<u32>(capacity);
-    _loads = _cameBack = 0;
+    _capacity = RETAINED_BYTES;
     return true;
 }
 

@@ -28,7 +28,7 @@ struct CachedHbin {
 /// A round lasts from one emptying to the next and takes hbins of `size()` bytes in all; its end is when
 /// changed hbins are written back, which is why rounds are kept to exactly. The bytes of a finished round may
 /// stay, though: while hbins that were dropped keep coming back (paths looked up here and there in a large
-/// hive), the memory grows, up to RETAINED_BYTES, and an hbin that is still there is taken into the new round
+/// hive), the memory may take RETAINED_BYTES, and an hbin that is still there is taken into the new round
 /// without being read. A walk from one end of a hive to the other does not come back, and stays at `size()`.
 ///
 /// Invariant: `used()` is the sum of the sizes of the round's hbins and does not exceed `size()`.
@@ -51,6 +51,8 @@ class HbinCache {
     u32 size() const { return _size; }
     u32 used() const { return _used; }
     u32 room() const { return _size - _used; }
+    /// Bytes behind those that the round may take.
+    u32 spare() const { return _capacity - _end - room(); }
     /// Where the next hbin is to be placed; `room()` bytes are free there.
     u32 end() const { return _end; }
     u8* at(u32 position) { return _base + position; }
@@ -63,6 +65,8 @@ class HbinCache {
     const Platform::Array<u32>& round() const { return _round; }
     /// Adds the hbin that was placed at `end()`; returns its slot. `cameBack`: it had been loaded before.
     u32 add(u32 hbinIdx, u32 hbinSize, bool cameBack);
+    /// The same for one that nobody has asked for, which is of no round. REQUIRES: its size <= spare().
+    u32 addUnasked(u32 hbinIdx, u32 hbinSize);
     bool isOfRound(u32 slot) const { return _entries[slot].round == _roundNumber; }
     /// Takes an hbin of an earlier round into this one. REQUIRES: its size <= room().
     void takeIntoRound(u32 slot);
@@ -74,6 +78,7 @@ class HbinCache {
 
  private:
     bool grow();
+    u32 place(u32 hbinIdx, u32 hbinSize, u32 round);
 
     Platform::Ref<Platform::SharedMemory> _memory;
     u8* _base = nullptr;

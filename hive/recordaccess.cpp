@@ -6,6 +6,10 @@ namespace Libraries::Files::Hive {
 
 namespace {
 
+// Bytes of the file that are read at once where they are likely to stay, and where not.
+constexpr u32 WIDE_WINDOW = 64U << 10;
+constexpr u32 NARROW_WINDOW = 8U << 10;
+
 /// What must hold for a record offset before the cells of its hbin are looked at.
 bool checkRecordPlace(u32 hbinOffset, u32 hbinSize, u32 offset) {
     constexpr auto function = "Libraries::Files::Hive::RegistryHiveObj::isValidRecord";
@@ -165,6 +169,35 @@ bool RegistryHiveObj::readHbin(const HbinDescriptor& hbin, u32 position, u32 off
     return false;
 }
 
+/// Reads an hbin and those around it that are not there yet by one call, where the cache has room for hbins
+/// that nobody has asked for: reading one costs nearly as much. False when that did not come about.
+bool RegistryHiveObj::readNeighbours(u32 hbinIdx) {
+    // Of a hive that is larger than the cache most would be dropped again before it is asked for.
+    const u32 window = hbinsSize() <= HbinCache::RETAINED_BYTES ? WIDE_WINDOW : NARROW_WINDOW;
+    if (!readonly() || _cache.spare() < window) return false;
+    const u32 windowStart = _hbins[hbinIdx].offset / window * window;
+    const u64 windowEnd = u64{windowStart} + window;
+    const auto belongs = [&](u32 index) {
+        const HbinDescriptor& hbin = _hbins[index];
+        return hbin.offset >= windowStart && u64{hbin.offset} + hbin.size <= windowEnd && !hbin.isCached();
+    };
+    if (!belongs(hbinIdx)) return false;
+    u32 first = hbinIdx;
+    while (first > 0 && belongs(first - 1)) --first;
+    u32 end = hbinIdx + 1;
+    while (end < _hbins.size() && belongs(end)) ++end;
+    if (end - first == 1) return false;
+    const u64 bytes = u64{_hbins[end - 1].offset} + _hbins[end - 1].size - _hbins[first].offset;
+    const u64 inFile = u64{_hbins[first].offset} + HIVE_HEADER_SIZE;
+    if (_file->readAt(inFile, ShPtr(_cache.at(_cache.end())), bytes) != bytes) return false;
+    for (u32 index = first; index < end; ++index) {
+        const HbinDescriptor& hbin = _hbins[index];
+        _hbins.setCached(index, index == hbinIdx ? _cache.add(index, hbin.size, hbin.wasLoaded())
+                                                 : _cache.addUnasked(index, hbin.size));
+    }
+    return true;
+}
+
 /// The position of an hbin in the cache memory. `offset` is the record wanted, which matters only where the
 /// hive is read-only.
 u64 RegistryHiveObj::cacheLoadHbin(u32 hbinIdx, u32 offset) {
@@ -182,6 +215,7 @@ u64 RegistryHiveObj::cacheLoadHbin(u32 hbinIdx, u32 offset) {
         _cache.takeIntoRound(hbin.cacheSlot);
         return _cache.entry(hbin.cacheSlot).position;
     }
+    if (readNeighbours(hbinIdx)) return _cache.entry(_hbins[hbinIdx].cacheSlot).position;
     if (!readHbin(hbin, position, offset)) return NO_POSITION;
     _hbins.setCached(hbinIdx, _cache.add(hbinIdx, hbin.size, hbin.wasLoaded()));
     return position;

@@ -137,6 +137,7 @@ class RegistryHiveObj final : public HiveFile, public Object {
     RecordView knownRecord(u32 offset, u32* hbinIdx, bool expectUnused);
     bool checkCachedHead(u32 hbinIdx, u32 position);
     u64 cacheLoadHbin(u32 hbinIdx, u32 offset = 0);
+    bool readNeighbours(u32 hbinIdx);
     bool readHbin(const HbinDescriptor& hbin, u32 position, u32 offset);
     bool cacheBlankHbin(u32 hbinIdx);
     bool isAtHand(u32 hbinIdx) const {
