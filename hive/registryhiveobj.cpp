@@ -114,7 +114,7 @@ Ref<KeyObj> RegistryHiveObj::rootObj() {
         return nullptr;
     }
     if (Ref<KeyObj> live = _root.lock()) return live;
-    auto root = makeRef<KeyObj>(Ref<RegistryHiveObj>(this), _rootCell, nullptr, _knownKeys.root());
+    auto root = makeRef<KeyObj>(Ref<RegistryHiveObj>(this), _rootCell, nullptr);
     if (!root->valid()) {
         log(3, Channel::hive, "Root key not valid");
         _valid = false;
@@ -130,10 +130,9 @@ Ref<Key> RegistryHiveObj::path(Ref<String> path) {
         Error::set(ErrorCode::nullArgument);
         return nullptr;
     }
-    Ref<KeyObj> key = rootObj();
+    const Ref<KeyObj> root = rootObj();
     PathNames names(path);
-    for (std::u16string_view name; key && names.next(name);) key = key->findKey(name);
-    return key;
+    return root ? root->findPath(names) : nullptr;
 }
 
 Ref<SecurityDescriptorIterator> RegistryHiveObj::securityDescriptorIterator() {

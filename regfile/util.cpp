@@ -28,18 +28,6 @@ Ref<String> nameOf(const Ref<Key>& key) {
     return name ? name : String::create();
 }
 
-/// The key that `names` lead to from `current`, `find(key, name)` giving each next one.
-template <typename AnyKey, typename Find>
-Ref<Key> follow(Ref<AnyKey> current, PathNames& names, Find find) {
-    for (std::u16string_view name; names.next(name);) {
-        current = find(*current, name);
-        if (current) continue;
-        Error::set(ErrorCode::noSuchKey);
-        return nullptr;
-    }
-    return current;
-}
-
 /// Removes keys that a failed `openOrCreatePath` made: `created` is the key it began under, then each new
 /// one. The walk starts one entry short, so the newest key, and with it all its parents, mostly stay; callers
 /// retry the same path and rely on finding what was there.
@@ -57,9 +45,16 @@ void cleanUp(const Array<Ref<Key>>& created) {
 Ref<Key> Util::openPath(const Ref<Key>& start, const Ref<String>& path) {
     if (!checkPath(start, path)) return nullptr;
     PathNames names(path);
-    if (Ref<KeyObj> own = refCast<KeyObj>(start))
-        return follow(std::move(own), names, [](KeyObj& key, auto name) { return key.findKey(name); });
-    return follow(start, names, [](Key& key, auto name) { return key.key(String::create(name)); });
+    Ref<Key> current;
+    if (const Ref<KeyObj> own = refCast<KeyObj>(start)) {
+        current = own->findPath(names);
+    } else {
+        current = start;
+        for (std::u16string_view name; current && names.next(name);)
+            current = current->key(String::create(name));
+    }
+    if (!current) Error::set(ErrorCode::noSuchKey);
+    return current;
 }
 
 Ref<Key> Util::openOrCreatePath(const Ref<Key>& start, const Ref<String>& path) {

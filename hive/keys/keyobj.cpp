@@ -7,16 +7,27 @@
 
 namespace Libraries::Files::Hive {
 
-KeyObj::KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, Ref<KnownKey> known,
-               const Ref<String>& name)
+KeyObj::KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, const Ref<String>& name)
     : _hive(std::move(hive)),
       _parent(std::move(parent)),
-      _known(std::move(known)),
       _recordOfs(recordOfs),
       _depth(_parent ? _parent->_depth + 1 : 0),
       _codepage(_hive->codepage()),
       _readOnly(_hive->readonly()) {
+    if (!_parent) _known = _hive->knownKeys().root();
     _valid = loadRecord(name);
+}
+
+KeyObj::KeyObj(Ref<RegistryHiveObj> hive, Ref<KnownKey> parent, u32 place)
+    : _hive(std::move(hive)),
+      _knownParent(std::move(parent)),
+      _known(_knownParent->subkeys()[place].key),
+      _place(place),
+      _recordOfs(_knownParent->subkeys()[place].record),
+      _depth(_knownParent->depth() + 1),
+      _codepage(_hive->codepage()),
+      _readOnly(true) {
+    _valid = loadRecord(nullptr);
 }
 
 KeyObj::~KeyObj() = default;
@@ -31,7 +42,7 @@ bool KeyObj::loadRecord(const Ref<String>& knownName) {
     KeyRecord record;
     if (!record.load(*_hive, _recordOfs, _depth)) return false;
     // The root key is nameless: paths begin below it, whatever its record says.
-    _name.set(!_parent ? String::create() : knownName ? knownName : record.name());
+    _name.set(_depth == 0 ? String::create() : knownName ? knownName : record.name());
     takeRecord(record.fixedPart());
     return true;
 }
@@ -46,6 +57,11 @@ void KeyObj::takeRecord(const hive_record_nk& record) {
     _numOfValues = L32ToHost(_record.numOfValues);
     _valueListCell = cellOrNone(_record.valueList);
     _listType = _hive->versionMinor() == 3 ? keyListLF : keyListLH;
+}
+
+Ref<KeyObj> KeyObj::parent() {
+    const MonGuard guard(_hive->monitor());
+    return _knownParent ? openKnown(_hive, *_knownParent) : _parent;
 }
 
 void KeyObj::setParent(Ref<KeyObj> parent) {

@@ -4,6 +4,7 @@
 #include "hive/keys/leafcopy.h"
 #include "hive/keys/subkeylist.h"
 #include "hive/nameslot.h"
+#include "hive/pathnotation.h"
 #include "hive/registryhiveobj.h"
 
 namespace Libraries::Files::Hive {
@@ -27,9 +28,10 @@ struct ValueEntry {
 /// A key: the object for one nk record. Keeps a copy of the record's fixed part and, loaded on first use, the
 /// lists of its subkeys and values.
 ///
-/// Ownership: holds its hive and its parent; refers to its children and iterators weakly, so that asking for
-/// a live child again gives the same object. It is the single owner of its children's list state. Locking:
-/// the operations of the interface hold the hive's monitor; those marked internal REQUIRE it held.
+/// Ownership: holds its hive and its parent, or what is known of that; refers to its children and iterators
+/// weakly, so that asking for a live child again gives the same object. It is the single owner of its
+/// children's list state. Locking: the operations of the interface hold the hive's monitor; those marked
+/// internal REQUIRE it held.
 class HIVE_API KeyObj final : public Key, public Object {
  public:
     static constexpr u32 MAX_KEY_NAME_LENGTH = 255;  // characters
@@ -45,10 +47,11 @@ class HIVE_API KeyObj final : public Key, public Object {
     static constexpr u32 MAX_KEY_DEPTH = KeyRecord::MAX_DEPTH;
 
     /// Reads the key at `recordOfs`; check `valid()`. `parent` is null for the root key, and only for it.
-    /// Where the key is known (may be null) its record is not looked at, and where its `name` is, that is not
-    /// read. Error: 0x2004 no readable nk record. Internal.
-    KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, Ref<KnownKey> known = nullptr,
-           const Ref<String>& name = nullptr);
+    /// Where its `name` is known it is not read. Error: 0x2004 no readable nk record. Internal.
+    KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, const Ref<String>& name = nullptr);
+    /// The same for the subkey at `place` of a key that is known; where it is known itself, its record is not
+    /// looked at.
+    KeyObj(Ref<RegistryHiveObj> hive, Ref<KnownKey> parent, u32 place);
     ~KeyObj() override;
 
     Ref<String> name() override { return _valid ? _name.get() : nullptr; }
@@ -82,10 +85,11 @@ class HIVE_API KeyObj final : public Key, public Object {
     /// Copies the subkey at an index of the list, which must be loaded, without an object, where it has no
     /// subkeys and nothing stands in the way; else false, without a word. REQUIRES: the hive is read-only.
     bool copyLeaf(u32 index, LeafCopy& copy);
-    /// `key(name)`, for those who have the units of the name only.
-    Ref<KeyObj> findKey(std::u16string_view name);
+    /// The key that the names lead to, each as by `key(name)`. No object is made of a key on the way where
+    /// what is known of it will do.
+    Ref<KeyObj> findPath(PathNames& names);
 
-    Ref<KeyObj> parent() const { return _parent; }
+    Ref<KeyObj> parent();
     void setParent(Ref<KeyObj> parent);
     /// Writes the fixed part of the record copy back to the nk record. Internal.
     bool syncKeyRecord();
@@ -136,14 +140,16 @@ class HIVE_API KeyObj final : public Key, public Object {
     bool canChange() const;
     bool loadRecord(const Ref<String>& knownName);
     Ref<KeyObj> openSubkey(u32 index, const Ref<String>& knownName = nullptr);
+    static Ref<KeyObj> openKnown(const Ref<RegistryHiveObj>& hive, const KnownKey& known);
+    static Ref<KeyObj> openKnownSubkey(const Ref<RegistryHiveObj>& hive, const Ref<KnownKey>& known,
+                                       u32 index);
 
     bool hasSubkey(u32 index);
     u32 subkeyRecord(u32 index) {
         return _known ? _known->subkeys()[index].record : _keyList.at(index).record;
     }
     Ref<KeyObj> liveSubkey(u32 index);
-    void keepSubkey(u32 index, const Ref<KeyObj>& key);
-    void becomeKnown(bool listInUse);
+    void becomeKnown();
     void takeRecord(const hive_record_nk& record);
     void foresee(const FoldedName& name) const;
     bool compareSubkey(u32 index, const FoldedName& name, int& order, bool& isEmpty, Ref<KeyObj>& object);
@@ -176,13 +182,13 @@ class HIVE_API KeyObj final : public Key, public Object {
     void updateParentOfSubkeys(u32 oldCell);
 
     const Ref<RegistryHiveObj> _hive;
-    Ref<KeyObj> _parent;
+    Ref<KeyObj> _parent;  // null for the root key, and where `_knownParent` stands for it
+    Ref<KnownKey> _knownParent;
     Array<WeakRef<KeyIteratorObj>> _keyIterators;
     Array<WeakRef<ValueIteratorObj>> _valueIterators;
-    SubkeyList _keyList;     // empty where the list of `_known` serves
-    Ref<KnownKey> _known;    // of a read-only hive, once its subkeys were searched
-    SubkeyObjects _subkeys;  // the objects last built for subkeys, where `_keyList` is empty
-    u32 _place = NO_INDEX;   // in the parent's list, when it got there
+    SubkeyList _keyList;    // empty where the list of `_known` serves
+    Ref<KnownKey> _known;   // of a read-only hive, once its subkeys were searched
+    u32 _place = NO_INDEX;  // in the parent's list, when it got there
     Array<ValueEntry> _values;
     u64 _changesSeen = 0;  // of the hive's value changes
     NameSlot _name;

@@ -1,73 +1,154 @@
 #include "hive/keys/knownkey.h"
 
+#include <algorithm>
+#include <cstring>
+
+#include "hive/keys/keyobj.h"
 #include "hive/keys/keyrecord.h"
 
 namespace Libraries::Files::Hive {
 
-KnownKey::KnownKey(const hive_record_nk& record, Ref<String> name, const SubkeyList& subkeys)
-    : _record(record), _name(std::move(name)) {
+namespace {
+
+/// `left.compare(right)`, several units at a time: names of one key often begin alike.
+int compareUnits(std::u16string_view left, std::u16string_view right) {
+    const std::size_t common = std::min(left.size(), right.size());
+    std::size_t i = 0;
+    for (u64 a = 0, b = 0; common - i >= sizeof(a) / sizeof(char16_t); i += sizeof(a) / sizeof(char16_t)) {
+        std::memcpy(&a, left.data() + i, sizeof(a));
+        std::memcpy(&b, right.data() + i, sizeof(b));
+        if (a != b) break;
+    }
+    for (; i < common; ++i)
+        if (left[i] != right[i]) return left[i] < right[i] ? -1 : 1;
+    return left.size() == right.size() ? 0 : left.size() < right.size() ? -1 : 1;
+}
+
+}  // namespace
+
+KnownKey::KnownKey(const hive_record_nk& record, Ref<String> name, const SubkeyList& subkeys,
+                   Ref<KnownKey> parent, u32 place)
+    : _record(record),
+      _name(std::move(name)),
+      _parent(std::move(parent)),
+      _place(place),
+      _depth(_parent ? _parent->_depth + 1 : 0) {
     _subkeys.reserve(subkeys.size());
     for (u32 j = 0; j < subkeys.sublists(); ++j)
-        for (const SubkeyEntry& entry : subkeys.sublist(j).entries) _subkeys.push_back({entry.record});
+        for (const SubkeyEntry& entry : subkeys.sublist(j).entries) {
+            if (const Ref<KeyObj> live = entry.key.lock())
+                _objects.keep(static_cast<u32>(_subkeys.size()), subkeys.size(), live);
+            _subkeys.push_back({entry.record});
+        }
+}
+
+Ref<KeyObj> KnownKey::object(u32 index) const {
+    return _objects.find(index);
 }
 
 int KnownKey::compareName(u32 index, const FoldedName& other, bool& isEmpty) const {
-    const u32 at = _subkeys[index].name;
-    const std::u16string_view own = std::u16string_view(_names).substr(std::size_t{at} + 1, _names[at]);
+    const std::u16string_view own = nameAt(_subkeys[index].name);
     isEmpty = own.empty();
-    return own.compare(other.view());
+    return compareUnits(own, other.view());
 }
 
-u64 KnownKey::keepName(u32 index, const KeyRecord& record, u32 round) {
-    if (round != _round) {
-        _round = round;
-        _names = {};
-        for (Subkey& subkey : _subkeys) subkey.name = NO_NAME;
+bool KnownKey::find(const FoldedName& name, u32& index) const {
+    const std::u16string_view wanted = name.view();
+    u32 min = 0;
+    u32 end = static_cast<u32>(_subkeys.size());
+    while (min < end) {
+        const u32 mid = min + (end - 1 - min) / 2;
+        if (!knowsName(mid)) return false;
+        const std::u16string_view own = nameAt(_subkeys[mid].name);
+        if (own.empty()) return false;
+        const int order = compareUnits(own, wanted);
+        if (order == 0) {
+            index = mid;
+            return true;
+        }
+        if (order < 0)
+            min = mid + 1;
+        else
+            end = mid;
     }
+    return false;
+}
+
+void KnownKey::keepName(u32 index, const KeyRecord& record) {
     const std::size_t at = _names.size();
-    const std::size_t capacity = _names.capacity();
-    if (at > UINT32_MAX / 2) return 0;
+    if (at > UINT32_MAX / 2) return;
     const bool plain = record.plainName([&](u64 length, auto unitAt) {
         _names.push_back(static_cast<char16_t>(length));
         for (u64 i = 0; i < length; ++i) _names.push_back(String::upperUnit(unitAt(i)));
     });
     if (plain) _subkeys[index].name = static_cast<u32>(at);
-    return (_names.capacity() - capacity) * sizeof(char16_t);
 }
 
+void KnownKey::forgetNames() {
+    _names = {};
+    for (Subkey& subkey : _subkeys) subkey.name = NO_NAME;
+}
+
+/// Whether anything holds it besides `KnownKeys` and its parent: an object of it or of a subkey, or a known
+/// subkey.
+bool KnownKey::isInUse() const {
+    return _count.value() > 2;
+}
+
+/// Bytes it takes.
 u64 KnownKey::size() const {
-    return sizeof(*this) + sizeof(String) + _name->length() * sizeof(char16_t) +
-           _subkeys.capacity() * sizeof(Subkey) + _names.capacity() * sizeof(char16_t);
+    return sizeof(*this) + sizeof(Ref<KnownKey>) + sizeof(String) + _name->length() * sizeof(char16_t) +
+           _subkeys.capacity() * sizeof(Subkey) + _objects.size() + _names.capacity() * sizeof(char16_t);
 }
 
-void KnownKeys::setRoot(Ref<KnownKey> key) {
+KnownKeys::~KnownKeys() {
+    // A key and its subkeys hold each other.
+    for (const Ref<KnownKey>& key : _all) slotOf(*key).reset();
+}
+
+Ref<KnownKey>& KnownKeys::slotOf(const KnownKey& key) {
+    return key._parent ? key._parent->_subkeys[key._place].key : _root;
+}
+
+void KnownKeys::add(const Ref<KnownKey>& key) {
+    slotOf(*key) = key;
+    _all.push_back(key);
     grew(key->size());
-    _root = std::move(key);
-}
-
-void KnownKeys::add(const Ref<KnownKey>& parent, u32 index, const Ref<KnownKey>& key) {
-    grew(key->size() + sizeof(parent));
-    parent->subkeys()[index].key = key;
-    _parents.push_back(parent);
 }
 
 void KnownKeys::keepName(KnownKey& parent, u32 index, const KeyRecord& record) {
-    grew(parent.keepName(index, record, _round));
+    const u64 before = parent.size();
+    parent.keepName(index, record);
+    grew(parent.size() - before);
+}
+
+void KnownKeys::keepObject(KnownKey& parent, u32 index, const Ref<KeyObj>& key) {
+    const u64 before = parent.size();
+    parent._objects.keep(index, static_cast<u32>(parent._subkeys.size()), key);
+    grew(parent.size() - before);
 }
 
 void KnownKeys::grew(u64 bytes) {
-    if (_bytes + bytes > MAX_BYTES) forget();
     _bytes += bytes;
+    if (_bytes > _limit) letGo();
 }
 
-/// Objects in use keep what they hold until the next name is added to it.
-void KnownKeys::forget() {
-    for (const Ref<KnownKey>& parent : _parents)
-        for (KnownKey::Subkey& subkey : parent->subkeys()) subkey.key.reset();
-    _parents = {};
-    _root.reset();
+/// What objects in use have to do with stays, with all that leads to it: asked for again by whatever way,
+/// they are found there. The names there go; they are soon read again.
+void KnownKeys::letGo() {
     _bytes = 0;
-    ++_round;
+    for (std::size_t i = _all.size(); i-- > 0;) {
+        Ref<KnownKey>& key = _all[i];
+        if (key->isInUse()) {
+            key->forgetNames();
+            _bytes += key->size();
+        } else {
+            slotOf(*key).reset();
+            key.reset();
+        }
+    }
+    std::erase(_all, nullptr);
+    _limit = std::max(MAX_BYTES, 2 * _bytes);
 }
 
 }  // namespace Libraries::Files::Hive

@@ -10,8 +10,9 @@ class KeyRecord;
 
 /// What searches have found out about a key of a hive that is open read-only: its record, its name, its
 /// subkeys' records and, one by one as a search comes by, their names in upper case. It outlives the key's
-/// objects, so that a path that was taken once is taken again without going from record to record. Only what
-/// was read without a complaint gets here; all else is looked at, and complained about, each time.
+/// objects, so that a path that was taken once is taken again without going from record to record, or making
+/// objects of the keys on the way. Only what was read without a complaint gets here; all else is looked at,
+/// and complained about, each time.
 ///
 /// REQUIRES the hive's monitor held, except for counting references.
 class KnownKey {
@@ -23,7 +24,9 @@ class KnownKey {
         Ref<KnownKey> key = {};
     };
 
-    KnownKey(const hive_record_nk& record, Ref<String> name, const SubkeyList& subkeys);
+    /// `place` is the key's index in the list of `parent`, which is null for the root key.
+    KnownKey(const hive_record_nk& record, Ref<String> name, const SubkeyList& subkeys, Ref<KnownKey> parent,
+             u32 place);
 
     void incRef() const { _count.increment(); }
     void decRef() const {
@@ -34,52 +37,76 @@ class KnownKey {
 
     const hive_record_nk& record() const { return _record; }
     const Ref<String>& name() const { return _name; }
+    const Ref<KnownKey>& parent() const { return _parent; }
+    u32 place() const { return _place; }
+    /// Levels below the root.
+    u32 depth() const { return _depth; }
     Array<Subkey>& subkeys() { return _subkeys; }
+    const Array<Subkey>& subkeys() const { return _subkeys; }
+    /// The object last built for the subkey at an index, null when there is none alive.
+    Ref<KeyObj> object(u32 index) const;
 
     bool knowsName(u32 index) const { return _subkeys[index].name != NO_NAME; }
     /// How the name of a subkey, upper-cased, compares with `other`, as `KeyRecord::compareName`. REQUIRES:
     /// knowsName(index).
     int compareName(u32 index, const FoldedName& other, bool& isEmpty) const;
-    /// Keeps the name of a subkey, unless it takes more than reading it as it stands. Returns the bytes that
-    /// takes.
-    u64 keepName(u32 index, const KeyRecord& record, u32 round);
-    /// Bytes it takes.
-    u64 size() const;
+    /// The search by halves for a subkey, where it comes by known names only, and no empty one. False when
+    /// it does not, or finds none.
+    bool find(const FoldedName& name, u32& index) const;
 
  private:
+    friend class KnownKeys;
     static constexpr u32 NO_NAME = 0xFFFFFFFF;
+
+    std::u16string_view nameAt(u32 at) const { return {_names.data() + at + 1, _names[at]}; }
+    void keepName(u32 index, const KeyRecord& record);
+    void forgetNames();
+    bool isInUse() const;
+    u64 size() const;
 
     mutable RefCounter _count{0};
     hive_record_nk _record;  // in file byte order
-    Ref<String> _name;
+    const Ref<String> _name;
+    const Ref<KnownKey> _parent;
+    const u32 _place;
+    const u32 _depth;
     Array<Subkey> _subkeys;
+    SubkeyObjects _objects;
     Utf16Buffer _names;
-    u32 _round = 0;  // that of `KnownKeys` in which `_names` was begun
 };
 
-/// All that is known of a hive's keys, within a bound; when that is reached all is forgotten.
+/// All that is known of a hive's keys, within a bound; when that is reached, all is let go that no object in
+/// use has to do with.
 class KnownKeys {
  public:
-    /// The most bytes they take together, but for what objects in use hold on to.
+    /// The most bytes they take together, but for twice what objects in use hold on to.
     static constexpr u64 MAX_BYTES = 16U << 20;
     /// The most subkeys of a key that is kept here.
     static constexpr u32 MAX_SUBKEYS = MAX_BYTES / 4 / sizeof(KnownKey::Subkey);
 
+    KnownKeys() = default;
+    ~KnownKeys();
+    KnownKeys(const KnownKeys&) = delete;
+    KnownKeys& operator=(const KnownKeys&) = delete;
+
     const Ref<KnownKey>& root() const { return _root; }
-    void setRoot(Ref<KnownKey> key);
-    /// Makes `key` the one known of the subkey of `parent` at `index`.
-    void add(const Ref<KnownKey>& parent, u32 index, const Ref<KnownKey>& key);
-    /// Has `parent` keep the name of its subkey at `index`.
+    /// Makes `key` the one known at its place.
+    void add(const Ref<KnownKey>& key);
+    /// Has `parent` keep the name of its subkey at `index`, unless that takes more than reading it as it
+    /// stands.
     void keepName(KnownKey& parent, u32 index, const KeyRecord& record);
+    /// Has `parent` keep the object of its subkey at `index`.
+    void keepObject(KnownKey& parent, u32 index, const Ref<KeyObj>& key);
 
  private:
+    Ref<KnownKey>& slotOf(const KnownKey& key);
     void grew(u64 bytes);
-    void forget();
+    void letGo();
 
     Ref<KnownKey> _root;
-    Array<Ref<KnownKey>> _parents;  // of all that were added
+    Array<Ref<KnownKey>> _all;  // each behind its parent
     u64 _bytes = 0;
-    u32 _round = 0;  // counts how often all was forgotten
+    u64 _limit = MAX_BYTES;
 };
 
 }  // namespace Libraries::Files::Hive

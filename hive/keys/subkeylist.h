@@ -72,14 +72,16 @@ class SubkeyList {
     Platform::Array<Sublist> _sublists;
 };
 
-/// The objects last built for a key's subkeys, by index. There is mostly one at a time, which then takes no
-/// array.
+/// The objects last built for the subkeys of a key, by index. There is mostly one at a time, which then takes
+/// no array.
 class SubkeyObjects {
  public:
     /// The object of the subkey at `index`, null when there is none alive.
     Platform::Ref<KeyObj> find(u32 index) const;
     /// Keeps the object of the subkey at `index` of `count`.
     void keep(u32 index, u32 count, const Platform::Ref<KeyObj>& key);
+    /// Bytes taken besides the object itself.
+    u64 size() const { return _all.capacity() * sizeof(_only); }
 
  private:
     u32 _index = 0;

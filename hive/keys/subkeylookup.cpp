@@ -6,6 +6,12 @@
 
 namespace Libraries::Files::Hive {
 
+namespace {
+void logUnreadable(u32 index) {
+    log(3, Channel::hive, "Failed to open sub key for binary search. key: ", index);
+}
+}  // namespace
+
 /// Whether the list has an entry at an index; loads the list.
 bool KeyObj::hasSubkey(u32 index) {
     if (!_valid || index >= _numOfKeys || !initSubkeys()) return false;
@@ -17,29 +23,19 @@ bool KeyObj::hasSubkey(u32 index) {
 
 /// The object of the subkey at an index if anybody holds it. REQUIRES: hasSubkey(index).
 Ref<KeyObj> KeyObj::liveSubkey(u32 index) {
-    return _keyList.size() ? _keyList.at(index).key.lock() : _subkeys.find(index);
-}
-
-void KeyObj::keepSubkey(u32 index, const Ref<KeyObj>& key) {
-    if (_keyList.size())
-        _keyList.at(index).key = WeakRef<KeyObj>(key);
-    else
-        _subkeys.keep(index, _numOfKeys, key);
+    return _known ? _known->object(index) : _keyList.at(index).key.lock();
 }
 
 /// Has what a search finds out about this key and its subkeys known to later objects for it: where nothing
-/// can change and a way leads from the root here through keys that are known. `listInUse`: the list may hold
-/// objects of subkeys.
-void KeyObj::becomeKnown(bool listInUse) {
-    const bool reachable = !_parent || (_parent->_known && _place != NO_INDEX);
-    if (PLAIN_PATH || _known || !_readOnly || !reachable || !_name.get()) return;
-    if (_keyList.size() > KnownKeys::MAX_SUBKEYS) return;
-    _known = makeRef<KnownKey>(_record, _name.get(), _keyList);
-    if (!listInUse) _keyList.clear();
-    if (_parent)
-        _hive->knownKeys().add(_parent->_known, _place, _known);
-    else
-        _hive->knownKeys().setRoot(_known);
+/// can change and a way leads from the root here through keys that are known.
+void KeyObj::becomeKnown() {
+    if (PLAIN_PATH || _known || !_readOnly || !_name.get()) return;
+    const Ref<KnownKey>& parent = _parent ? _parent->_known : _knownParent;
+    const bool reachable = _depth == 0 || (parent && _place != NO_INDEX);
+    if (!reachable || _keyList.size() > KnownKeys::MAX_SUBKEYS) return;
+    _known = makeRef<KnownKey>(_record, _name.get(), _keyList, parent, _place);
+    _keyList.clear();
+    _hive->knownKeys().add(_known);
 }
 
 Ref<KeyObj> KeyObj::key(u32 index) {
@@ -56,15 +52,30 @@ bool KeyObj::copyLeaf(u32 index, LeafCopy& copy) {
 
 /// The subkey at an index; `knownName` is its name when the caller has it. REQUIRES: hasSubkey(index).
 Ref<KeyObj> KeyObj::openSubkey(u32 index, const Ref<String>& knownName) {
-    if (Ref<KeyObj> live = liveSubkey(index)) return live;
-    auto built = makeRef<KeyObj>(_hive, subkeyRecord(index), Ref<KeyObj>(this),
-                                 _known ? _known->subkeys()[index].key : nullptr, knownName);
+    if (_known) return openKnownSubkey(_hive, _known, index);
+    SubkeyEntry& entry = _keyList.at(index);
+    if (Ref<KeyObj> live = entry.key.lock()) return live;
+    auto built = makeRef<KeyObj>(_hive, entry.record, Ref<KeyObj>(this), knownName);
     built->_place = index;
     if (built->valid())
-        keepSubkey(index, built);
+        entry.key = WeakRef<KeyObj>(built);
     else
         log(3, Channel::hive, "New created KeyObj not valid");
     return built;
+}
+
+Ref<KeyObj> KeyObj::openKnownSubkey(const Ref<RegistryHiveObj>& hive, const Ref<KnownKey>& known, u32 index) {
+    if (Ref<KeyObj> live = known->object(index)) return live;
+    auto built = makeRef<KeyObj>(hive, known, index);
+    if (built->valid())
+        hive->knownKeys().keepObject(*known, index, built);
+    else
+        log(3, Channel::hive, "New created KeyObj not valid");
+    return built;
+}
+
+Ref<KeyObj> KeyObj::openKnown(const Ref<RegistryHiveObj>& hive, const KnownKey& known) {
+    return known.parent() ? openKnownSubkey(hive, known.parent(), known.place()) : hive->rootObj();
 }
 
 /// How the upper-cased name of the subkey at `index` compares with `name`. It is seen in the record, with the
@@ -97,15 +108,36 @@ bool KeyObj::compareSubkey(u32 index, const FoldedName& name, int& order, bool& 
 }
 
 Ref<Key> KeyObj::key(Ref<String> name) {
-    if (name) return findKey(name->view());
     const MonGuard guard(_hive->monitor());
-    if (_valid) Error::set(ErrorCode::nullArgument);
+    if (!_valid) return nullptr;
+    if (name) return binaryFindKey(name->view(), nullptr);
+    Error::set(ErrorCode::nullArgument);
     return nullptr;
 }
 
-Ref<KeyObj> KeyObj::findKey(std::u16string_view name) {
+Ref<KeyObj> KeyObj::findPath(PathNames& names) {
     const MonGuard guard(_hive->monitor());
-    return _valid ? binaryFindKey(name, nullptr) : nullptr;
+    Ref<KeyObj> current(this);
+    Ref<KnownKey> known = _known;  // of the key the names have led to; `current` may be null then
+    for (std::u16string_view name; names.next(name);) {
+        u32 index = 0;
+        if (known && known->find(FoldedName(name), index)) {
+            Ref<KnownKey> next = known->subkeys()[index].key;
+            current = next ? nullptr : openKnownSubkey(_hive, known, index);
+            if (current && !current->_valid) {
+                logUnreadable(index);
+                return nullptr;
+            }
+            known = std::move(next);
+            continue;
+        }
+        if (!current) current = openKnown(_hive, *known);
+        if (!current || !current->_valid) return nullptr;
+        current = current->binaryFindKey(name, nullptr);
+        if (!current) return nullptr;
+        known = current->_known;
+    }
+    return current ? current : openKnown(_hive, *known);
 }
 
 /// Has the records on the way of a search brought near at once, instead of one after the other as it gets to
@@ -148,11 +180,10 @@ Ref<KeyObj> KeyObj::binaryFindKey(std::u16string_view name, u32* position) {
     u32 max = _numOfKeys - 1;
     u32 mid = max / 2;
     const FoldedName wanted(name);
-    const bool listInUse = _subkeysLoaded;
     const bool listed = initSubkeys();
     if (listed) {
         foresee(wanted);
-        becomeKnown(listInUse);
+        becomeKnown();
     }
     for (;;) {
         int order = 0;
@@ -166,7 +197,7 @@ Ref<KeyObj> KeyObj::binaryFindKey(std::u16string_view name, u32* position) {
             readable = other->valid();
         }
         if (!readable) {
-            log(3, Channel::hive, "Failed to open sub key for binary search. key: ", mid);
+            logUnreadable(mid);
             return nullptr;
         }
         if (fallBack) {

@@ -38,6 +38,8 @@ class RefCounter {
         _count.store(left, std::memory_order_relaxed);
         return left == 0;
     }
+    /// The count; others may be changing it.
+    u32 value() const { return _count.load(std::memory_order_relaxed); }
     /// Counts one more unless there are none; whether it did.
     bool incrementIfAny() {
         u32 count = _count.load(std::memory_order_relaxed);

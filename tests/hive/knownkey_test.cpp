@@ -31,6 +31,17 @@ void collect(const Ref<Key>& key, Path& path, std::vector<Path>& paths) {
     }
 }
 
+/// The path in library notation; empty where a name cannot be part of one.
+std::u16string joined(const Path& path) {
+    std::u16string whole;
+    for (const Ref<String>& name : path) {
+        if (name->isEmpty() || name->view().find_first_of(u"/\\") != std::u16string_view::npos) return {};
+        whole += u'/';
+        whole += name->view();
+    }
+    return whole;
+}
+
 /// A hive in memory and what a search in it gives: the key's record and name, or the error, and the log.
 struct Searched {
     Searched(const std::vector<u8>& file, u32 mode, HiveFile::HiveCodepage codepage)
@@ -40,9 +51,15 @@ struct Searched {
         LogCapture logged;
         Error::set(0);
         Ref<Key> key = hive->root();
-        for (const Ref<String>& name : path) {
-            if (held) held->push_back(key);
-            if (!key || !(key = key->key(name))) break;
+        if (const std::u16string whole = held ? joined(path) : u""; !whole.empty() && whole.size() % 2) {
+            PathNames names(text(whole));
+            key = key ? refCast<KeyObj>(key)->findPath(names) : nullptr;
+            held->push_back(key);
+        } else {
+            for (const Ref<String>& name : path) {
+                if (held) held->push_back(key);
+                if (!key || !(key = key->key(name))) break;
+            }
         }
         const Ref<KeyObj> own = refCast<KeyObj>(key);
         return std::to_string(own ? own->recordOfs() : 0) + " " + utf8(own ? own->name() : nullptr) + " " +
@@ -102,30 +119,46 @@ TEST(KnownKeys, AreOneObjectWhileHeldWhateverTheWayToThem) {
     for (u32 i = 0; i < 10; ++i) {
         EXPECT_EQ(opened.root->key(text(std::u16string(1, static_cast<char16_t>(u'A' + i)))), held[i]);
         EXPECT_EQ(opened.root->key(i), held[i]);
-        EXPECT_TRUE(held[i]->key(text(u"x")));
+        const Ref<Key> below = held[i]->key(text(u"x"));
+        const Ref<Key> byPath =
+            opened.hive->path(text(std::u16string{static_cast<char16_t>(u'A' + i), u'/', u'X'}));
+        EXPECT_TRUE(below && below == byPath);
+        EXPECT_EQ(refCast<KeyObj>(below)->parent(), held[i]);
     }
     held.clear();
+    // Nobody holds the keys on the way now: they come and go with what holds them.
+    const Ref<KeyObj> low = refCast<KeyObj>(opened.hive->path(text(u"c/x")));
+    EXPECT_EQ(low, opened.root->key(2)->key(0));
+    EXPECT_EQ(low->parent(), opened.root->key(text(u"C")));
+    EXPECT_EQ(low->parent()->parent(), opened.root);
     for (u32 i = 10; i-- > 0;)
         held.push_back(
             refCast<KeyObj>(opened.root->key(text(std::u16string(1, static_cast<char16_t>(u'a' + i))))));
     for (u32 i = 0; i < 10; ++i) EXPECT_EQ(opened.root->key(9 - i), held[i]);
 }
 
-TEST(KnownKeys, AreForgottenAtTheirBound) {
+TEST(KnownKeys, AreForgottenAtTheirBoundButForThoseInUse) {
     constexpr u32 many = 1U << 15;
     SubkeyList list;
     Array<SubkeyEntry> entries(many);
     list.append(0, std::move(entries));
-    const auto made = [&list] { return makeRef<KnownKey>(hive_record_nk{}, text(u"k"), list); };
     KnownKeys keys;
-    const Ref<KnownKey> root = made();
-    keys.setRoot(root);
-    const u64 fit = KnownKeys::MAX_BYTES / root->size();
-    for (u32 i = 0; i + 1 < fit; ++i) keys.add(root, i, made());
-    EXPECT_TRUE(keys.root() && root->subkeys()[0].key);
-    keys.add(root, many - 1, made());
-    EXPECT_FALSE(keys.root() || root->subkeys()[0].key);
-    EXPECT_TRUE(root->subkeys()[many - 1].key) << "the one that came last stays";
+    const auto add = [&](const Ref<KnownKey>& parent, u32 place) {
+        const auto key = makeRef<KnownKey>(hive_record_nk{}, text(u"k"), list, parent, place);
+        keys.add(key);
+        return key;
+    };
+    const Ref<KnownKey> root = add(nullptr, 0);
+    const Ref<KnownKey> held = add(add(root, 1), 2);
+    u32 place = 3;
+    for (; root->subkeys()[3].key || place == 3; ++place) {
+        ASSERT_LT(place, many);
+        add(root, place);
+    }
+    EXPECT_TRUE(root->subkeys()[place - 1].key) << "the one that came last stays";
+    EXPECT_EQ(keys.root(), root);
+    EXPECT_EQ(root->subkeys()[1].key, held->parent());
+    EXPECT_EQ(held->parent()->subkeys()[2].key, held);
 }
 
 }  // namespace
