@@ -12,7 +12,7 @@ class FoldedName {
     explicit FoldedName(std::u16string_view name) : _length(name.size()) {
         if (_length > _few.size()) _many.resize(_length);
         char16_t* const units = _many.empty() ? _few.data() : _many.data();
-        for (std::size_t i = 0; i < _length; ++i) units[i] = String::upperUnit(name[i]);
+        String::upperUnits(name, units);
     }
     std::u16string_view view() const { return {_many.empty() ? _few.data() : _many.data(), _length}; }
 

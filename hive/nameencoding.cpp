@@ -123,6 +123,7 @@ Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool co
     });
 }
 
+<<<<<<< HEAD
 bool copyPlainName(const RecordView& record, u32 offset, u16 stored, bool compressed,
                    HiveFile::HiveCodepage codepage, std::span<char16_t> units, u32& length) {
     const u8* const bytes = record.bytesAt(offset, stored);
@@ -136,6 +137,18 @@ bool copyPlainName(const RecordView& record, u32 offset, u16 stored, bool compre
     u32 all = 0;
     for (u32 i = 0; i < length; ++i) all |= units[i] = bytes[i];
     return all < 128 || codepage == HiveFile::hiveCodepageLatin1;
+=======
+bool isDecodedName(std::u16string_view units, const RecordView& record, u32 offset, u16 length,
+                   bool compressed, HiveFile::HiveCodepage codepage) {
+    const u8* const stored = record.bytesAt(offset, length);
+    if (!stored || units.size() != (compressed ? length : length / 2U)) return false;
+    for (std::size_t i = 0; i < units.size(); ++i) {
+        if (compressed && stored[i] >= 128 && codepage != HiveFile::hiveCodepageLatin1) return false;
+        const unsigned unit = compressed ? stored[i] : stored[2 * i] | unsigned{stored[2 * i + 1]} << 8;
+        if (units[i] != unit) return false;
+    }
+    return true;
+>>>>>>> ece7ab4 (Fold and split names several units at a time, and keep a searched value's name)
 }
 
 HeapBuffer RegistryHiveObj::stringToRegName(const Ref<String>& name, u64& length, bool& compressed) const {

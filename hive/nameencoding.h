@@ -14,10 +14,6 @@ bool charToByte(u32 codePoint, HiveFile::HiveCodepage codepage, u8& byte);
 /// The code point of a byte in a code page; false when it has none.
 bool byteToChar(u8 byte, HiveFile::HiveCodepage codepage, u32& codePoint);
 
-/// Whether a stored name reads back as it is: a NUL would cut it.
-inline bool isStoredWhole(const Ref<String>& name) {
-    return name->view().find(u'\0') == std::u16string_view::npos;
-}
 /// The text as a NUL-terminated byte string; null when a character has no byte, or without memory.
 HeapBuffer stringToBytes(const Ref<String>& text, HiveFile::HiveCodepage codepage);
 /// A stored 8-bit name as text; null when a byte has no character.
@@ -26,9 +22,15 @@ Ref<String> regNameToString(const u8* bytes, u32 length, HiveFile::HiveCodepage 
 /// last byte is ignored); null when a byte has no character.
 Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool compressed,
                        HiveFile::HiveCodepage codepage);
+<<<<<<< HEAD
 /// Copies such a name of `stored` bytes where no byte of it has to be looked up and the units suffice; false,
 /// without a word, where not.
 bool copyPlainName(const RecordView& record, u32 offset, u16 stored, bool compressed,
                    HiveFile::HiveCodepage codepage, std::span<char16_t> units, u32& length);
+=======
+/// Whether `decodeName` would give just these units; false where telling takes a conversion.
+bool isDecodedName(std::u16string_view units, const RecordView& record, u32 offset, u16 length,
+                   bool compressed, HiveFile::HiveCodepage codepage);
+>>>>>>> ece7ab4 (Fold and split names several units at a time, and keep a searched value's name)
 
 }  // namespace Libraries::Files::Hive

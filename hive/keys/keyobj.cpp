@@ -7,7 +7,7 @@
 
 namespace Libraries::Files::Hive {
 
-KeyObj::KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, const Ref<String>& name)
+KeyObj::KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, const Ref<String>& likelyName)
     : _hive(std::move(hive)),
       _parent(std::move(parent)),
       _recordOfs(recordOfs),
@@ -15,7 +15,7 @@ KeyObj::KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, con
       _codepage(_hive->codepage()),
       _readOnly(_hive->readonly()) {
     if (!_parent) _known = _hive->knownKeys().root();
-    _valid = loadRecord(name);
+    _valid = loadRecord(likelyName);
 }
 
 KeyObj::KeyObj(Ref<RegistryHiveObj> hive, Ref<KnownKey> parent, u32 place)
@@ -32,7 +32,7 @@ KeyObj::KeyObj(Ref<RegistryHiveObj> hive, Ref<KnownKey> parent, u32 place)
 
 KeyObj::~KeyObj() = default;
 
-bool KeyObj::loadRecord(const Ref<String>& knownName) {
+bool KeyObj::loadRecord(const Ref<String>& likelyName) {
     if (_known) {
         _name.set(_known->name());
         takeRecord(_known->record());
@@ -42,7 +42,7 @@ bool KeyObj::loadRecord(const Ref<String>& knownName) {
     KeyRecord record;
     if (!record.load(*_hive, _recordOfs, _depth)) return false;
     // The root key is nameless: paths begin below it, whatever its record says.
-    _name.set(_depth == 0 ? String::create() : knownName ? knownName : record.name());
+    _name.set(_depth == 0 ? String::create() : record.name(likelyName));
     takeRecord(record.fixedPart());
     return true;
 }

@@ -47,8 +47,10 @@ class HIVE_API KeyObj final : public Key, public Object {
     static constexpr u32 MAX_KEY_DEPTH = KeyRecord::MAX_DEPTH;
 
     /// Reads the key at `recordOfs`; check `valid()`. `parent` is null for the root key, and only for it.
-    /// Where its `name` is known it is not read. Error: 0x2004 no readable nk record. Internal.
-    KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, const Ref<String>& name = nullptr);
+    /// `likelyName` (may be null) becomes its name if that is the stored one. Error: 0x2004 no readable nk
+    /// record. Internal.
+    KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent,
+           const Ref<String>& likelyName = nullptr);
     /// The same for the subkey at `place` of a key that is known; where it is known itself, its record is not
     /// looked at.
     KeyObj(Ref<RegistryHiveObj> hive, Ref<KnownKey> parent, u32 place);
@@ -138,8 +140,8 @@ class HIVE_API KeyObj final : public Key, public Object {
 
  private:
     bool canChange() const;
-    bool loadRecord(const Ref<String>& knownName);
-    Ref<KeyObj> openSubkey(u32 index, const Ref<String>& knownName = nullptr);
+    bool loadRecord(const Ref<String>& likelyName);
+    Ref<KeyObj> openSubkey(u32 index, const Ref<String>& likelyName = nullptr);
     static Ref<KeyObj> openKnown(const Ref<RegistryHiveObj>& hive, const KnownKey& known);
     static Ref<KeyObj> openKnownSubkey(const Ref<RegistryHiveObj>& hive, const Ref<KnownKey>& known,
                                        u32 index);
@@ -158,6 +160,7 @@ class HIVE_API KeyObj final : public Key, public Object {
     bool loadTwoLevel(const RecordView& record);
     u16 loadList(const RecordView& record, KeyListType type, u32 start, Array<SubkeyEntry>& entries) const;
 
+    Ref<ValueObj> openValue(u32 index, const Ref<String>& likelyName);
     void forgetChangedValues();
     bool mayBeNamed(u32 index, u32 nameHash, bool& readable);
     bool rewriteValueList(u32 removed);

@@ -34,7 +34,7 @@ Ref<Key> KeyObj::createKey(Ref<String> name) {
     }
     for (const auto& weak : _keyIterators)
         if (const Ref<KeyIteratorObj> iterator = weak.lock()) iterator->insertedAt(position);
-    return hasSubkey(position) ? openSubkey(position, isStoredWhole(name) ? name : nullptr) : nullptr;
+    return hasSubkey(position) ? openSubkey(position, name) : nullptr;
 }
 
 /// Writes the nk record of a new subkey and computes its hint or hash. Returns its offset, INVALID_RECORD on

@@ -25,8 +25,9 @@ class KeyRecord {
     bool copyName(std::span<char16_t> units, u32& length) const;
 
     const hive_record_nk& fixedPart() const { return _nk; }
-    /// The name; null, with a log line, when a byte of it has no character.
-    Ref<String> name() const;
+    /// The name, the very object `likely` (may be null) if that is it; null, with a log line, when a byte of
+    /// it has no character.
+    Ref<String> name(const Ref<String>& likely = nullptr) const;
     /// Calls `use(length, unitAt)` with the units of a name that stands there as it is, one byte or two to a
     /// unit; false, without a call, when its bytes have to be converted.
     template <typename Use>

@@ -50,12 +50,12 @@ bool KeyObj::copyLeaf(u32 index, LeafCopy& copy) {
     return index < listed && copy.take(*_hive, subkeyRecord(index));
 }
 
-/// The subkey at an index; `knownName` is its name when the caller has it. REQUIRES: hasSubkey(index).
-Ref<KeyObj> KeyObj::openSubkey(u32 index, const Ref<String>& knownName) {
+/// The subkey at an index, which is likely to have this name (may be null). REQUIRES: hasSubkey(index).
+Ref<KeyObj> KeyObj::openSubkey(u32 index, const Ref<String>& likelyName) {
     if (_known) return openKnownSubkey(_hive, _known, index);
     SubkeyEntry& entry = _keyList.at(index);
     if (Ref<KeyObj> live = entry.key.lock()) return live;
-    auto built = makeRef<KeyObj>(_hive, entry.record, Ref<KeyObj>(this), knownName);
+    auto built = makeRef<KeyObj>(_hive, entry.record, Ref<KeyObj>(this), likelyName);
     built->_place = index;
     if (built->valid())
         entry.key = WeakRef<KeyObj>(built);

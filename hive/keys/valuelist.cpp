@@ -39,13 +39,18 @@ bool KeyObj::initValues() {
 
 Ref<ValueObj> KeyObj::value(u32 index) {
     const MonGuard guard(_hive->monitor());
+    return openValue(index, nullptr);
+}
+
+/// The value at an index, which is likely to have this name (may be null).
+Ref<ValueObj> KeyObj::openValue(u32 index, const Ref<String>& likelyName) {
     if (!_valid || index >= _numOfValues || !initValues()) return nullptr;
     assertCondition(_values.size() == _numOfValues, "_values.size() == _numOfValues",
                     "Libraries::Files::Hive::KeyObj::value");
     if (index >= _values.size()) return nullptr;
     ValueEntry& entry = _values[index];
     if (Ref<ValueObj> live = entry.value.lock()) return live;
-    auto built = makeRef<ValueObj>(_hive, entry.record, Ref<KeyObj>(this));
+    auto built = makeRef<ValueObj>(_hive, entry.record, Ref<KeyObj>(this), likelyName);
     if (built->valid())
         entry.value = WeakRef<ValueObj>(built);
     else
@@ -66,7 +71,7 @@ Ref<Value> KeyObj::value(Ref<String> name) {
         const bool listed = initValues();
         bool readable = listed;
         if (listed && !mayBeNamed(i, nameHash, readable)) continue;
-        const Ref<ValueObj> candidate = readable ? value(i) : nullptr;
+        const Ref<ValueObj> candidate = readable ? openValue(i, name) : nullptr;
         if (!candidate || !candidate->valid()) {
             log(3, Channel::hive, "Failed to get value with index: ", i);
             if (!listed) return nullptr;  // the reason is in the error code

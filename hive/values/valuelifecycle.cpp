@@ -47,8 +47,8 @@ Ref<ValueObj> ValueObj::createValue(const Ref<RegistryHiveObj>& hive, const Ref<
     if (cell == INVALID_RECORD) return nullptr;
     // A failed write shows in the next step: the cell then holds no vk record, or this one in memory at
     // least.
-    const bool written = hive->writeRecord(cell, record.data(), RECORD_HEAD_SIZE, record.size());
-    auto value = makeRef<ValueObj>(hive, cell, parent, written && isStoredWhole(name) ? name : nullptr);
+    hive->writeRecord(cell, record.data(), RECORD_HEAD_SIZE, record.size());
+    auto value = makeRef<ValueObj>(hive, cell, parent, name);
     if (!value->valid()) {
         log(3, Channel::hive, "New initialized value is not valid, record =", cell);
         return nullptr;

@@ -5,21 +5,22 @@
 
 namespace Libraries::Files::Hive {
 
-ValueObj::ValueObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, const Ref<String>& name)
+ValueObj::ValueObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent,
+                   const Ref<String>& likelyName)
     : _hive(std::move(hive)),
       _parent(std::move(parent)),
       _recordOfs(recordOfs),
       _isV13(_hive->versionMinor() == 3),
       _readOnly(_hive->readonly()) {
-    _valid = loadRecord(name);
+    _valid = loadRecord(likelyName);
 }
 
 ValueObj::~ValueObj() = default;
 
-bool ValueObj::loadRecord(const Ref<String>& knownName) {
+bool ValueObj::loadRecord(const Ref<String>& likelyName) {
     ValueRecord record;
     if (!record.load(*_hive, _recordOfs)) return false;
-    _name.set(knownName ? knownName : record.name());
+    _name.set(record.name(likelyName));
     _recordData = record.fixedPart();
     _type = static_cast<ValueType>(L32ToHost(_recordData.type));
     _dataSize = record.dataSize();

@@ -21,9 +21,11 @@ class HIVE_API ValueObj final : public Value, public Object {
     static constexpr u32 MAX_VALUE_DATA_SIZE = 1048572;
     static constexpr u32 MAX_VALUE_NAME_LENGTH = 16383;  // characters
 
-    /// Reads the value at `recordOfs`; check `valid()`. A `name` that is known to be the stored one need not
-    /// be read. Error: 0x200C impossible resident length. Internal.
-    ValueObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, const Ref<String>& name = nullptr);
+    /// Reads the value at `recordOfs`; check `valid()`. `likelyName`
+    /// (may be null) becomes its name if that is the stored one. Error: 0x200C impossible resident length.
+    /// Internal.
+    ValueObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent,
+             const Ref<String>& likelyName = nullptr);
     ~ValueObj() override;
 
     Ref<String> name() const override { return _valid ? _name.get() : nullptr; }
@@ -76,7 +78,7 @@ class HIVE_API ValueObj final : public Value, public Object {
     static u32 coveredLength(u32 extent, const RegistryHiveObj& hive);
 
  private:
-    bool loadRecord(const Ref<String>& knownName);
+    bool loadRecord(const Ref<String>& likelyName);
 
     // Data extents (extents.cpp). Internal.
     bool initExtents();

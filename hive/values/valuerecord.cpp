@@ -55,9 +55,11 @@ bool ValueRecord::checkDataLength() const {
     return ErrorCode::fail(ErrorCode::inconsistentData);
 }
 
-Ref<String> ValueRecord::name() const {
-    const Ref<String> name =
-        decodeName(_view, sizeof(_vk), L16ToHost(_vk.nameLength), isCompressed(), _codepage);
+Ref<String> ValueRecord::name(const Ref<String>& likely) const {
+    const u16 length = L16ToHost(_vk.nameLength);
+    if (likely && isDecodedName(likely->view(), _view, sizeof(_vk), length, isCompressed(), _codepage))
+        return likely;
+    const Ref<String> name = decodeName(_view, sizeof(_vk), length, isCompressed(), _codepage);
     if (!name)
         log(3, Channel::hive,
             "Name of value could not be converted from codepaged name to Ref<String>. value:", _offset);

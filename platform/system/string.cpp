@@ -1,5 +1,7 @@
 #include "platform/system/string.h"
 
+#include <cstring>
+
 #include <algorithm>
 
 #include "platform/system/utf8.h"
@@ -68,9 +70,25 @@ Ref<String> String::concat(const Ref<String>& tail) const {
 
 Ref<String> String::upper() const {
     return make(_units.size(), [this](char16_t* to) {
-        std::transform(_units.begin(), _units.end(), to, upperUnit);
+        upperUnits(_units, to);
         return true;
     });
+}
+
+void String::upperUnits(std::u16string_view units, char16_t* to) {
+    // Four units at once while they are ASCII, as nearly all names are.
+    constexpr u64 each = 0x0001000100010001;
+    std::size_t i = 0;
+    for (u64 four = 0; units.size() - i >= sizeof(four) / sizeof(char16_t);
+         i += sizeof(four) / sizeof(char16_t)) {
+        std::memcpy(&four, units.data() + i, sizeof(four));
+        if (four & each * 0xFF80) break;
+        const u64 fromA = four + each * (0x80 - u'a');  // bit 7 of a unit: not before 'a'
+        const u64 behindZ = four + each * (0x80 - u'z' - 1);
+        four -= (fromA & ~behindZ & each * 0x80) >> 2;
+        std::memcpy(to + i, &four, sizeof(four));
+    }
+    for (; i < units.size(); ++i) to[i] = upperUnit(units[i]);
 }
 
 int String::compareUpper(const Ref<String>& other) const {

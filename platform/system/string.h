@@ -68,6 +68,8 @@ class PLATFORM_API String final : public Object {
         if (unit < 0x80) return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - 0x20) : unit;
         return upperBeyondAscii(unit);
     }
+    /// `upperUnit` of all `units`, written to `to`.
+    static void upperUnits(std::u16string_view units, char16_t* to);
 
  private:
     template <typename T, typename... Args>
