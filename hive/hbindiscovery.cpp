@@ -58,7 +58,7 @@ void RegistryHiveObj::stepOverHbins(u32 offset, u32 buffer) {
         _hbins.append(hbin);
         if (!isWanted || hbin.size != PIECE) continue;
         const u32 index = _hbins.size() - 1;
-        _hbins.setCached(index, _cache.add(index, PIECE, false));
+        _hbins.setCached(index, _cache.add(index, PIECE, false), buffer);
     }
 }
 

@@ -7,9 +7,23 @@ namespace Libraries::Files::Hive {
 
 void HbinTable::append(const HbinDescriptor& hbin) {
     _hbins.push_back(hbin);
-    for (u32 page = 0; page < hbin.size / HBIN_READ_BUFFER_SIZE; ++page) _pages.push_back(size() - 1);
+    for (u32 page = 0; page < hbin.size / HbinPage::SIZE; ++page) _pages.push_back(HbinPage(size() - 1));
     _end = u64{hbin.offset} + hbin.size;
     if (hbin.largestFree) raise(size() - 1);
+}
+
+void HbinTable::setCached(u32 index, u32 slot, u32 position) {
+    HbinDescriptor& hbin = _hbins[index];
+    hbin.cacheSlot = slot;
+    for (u32 page = 0; page < hbin.size / HbinPage::SIZE; ++page)
+        _pages[hbin.offset / HbinPage::SIZE + page] = HbinPage(index, slot, position + page * HbinPage::SIZE);
+}
+
+void HbinTable::setDropped(u32 index) {
+    HbinDescriptor& hbin = _hbins[index];
+    hbin.cacheSlot = HbinDescriptor::DROPPED;
+    for (u32 page = 0; page < hbin.size / HbinPage::SIZE; ++page)
+        _pages[hbin.offset / HbinPage::SIZE + page] = HbinPage(index);
 }
 
 void HbinTable::setLargestFree(u32 index, u32 length, u32 record, u32 otherFree) {

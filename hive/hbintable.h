@@ -22,6 +22,29 @@ struct HbinDescriptor {
     bool wasLoaded() const { return cacheSlot != INVALID_HBIN; }
 };
 
+/// Which hbin a page of the hive is part of and where it is in the cache, in one word, since this is asked
+/// for every record. A hive, as the cache, has at most 2^20 pages.
+class HbinPage {
+ public:
+    static constexpr u32 SIZE = HBIN_READ_BUFFER_SIZE;
+    static constexpr u32 NOT_CACHED = (1U << 21) - 1;
+
+    HbinPage() = default;
+    explicit HbinPage(u32 hbin) : HbinPage(hbin, NOT_CACHED, 0) {}
+    /// `slot` is the hbin's entry of the cache, `position` that of the page in the cache memory.
+    HbinPage(u32 hbin, u32 slot, u32 position)
+        : _bits(u64{hbin} | u64{slot} << 21 | u64{position / SIZE} << 42) {}
+
+    u32 hbin() const { return _bits & NOT_CACHED; }
+    u32 slot() const { return _bits >> 21 & NOT_CACHED; }
+    bool isCached() const { return slot() != NOT_CACHED; }
+    /// Where in the cache memory the byte at `offset` of the hive is, which lies in the page.
+    u32 positionOf(u32 offset) const { return static_cast<u32>(_bits >> 42) * SIZE + offset % SIZE; }
+
+ private:
+    u64 _bits = 0;
+};
+
 /// The hbins known so far, in file order: they tile the hbins area from its start without gaps. Finds the
 /// hbin of an offset at once and the first hbin with room in logarithmic time.
 class HbinTable {
@@ -33,13 +56,18 @@ class HbinTable {
     const HbinDescriptor& operator[](u32 index) const { return _hbins[index]; }
 
     void append(const HbinDescriptor& hbin);
-    void setCached(u32 index, u32 slot) { _hbins[index].cacheSlot = slot; }
-    void setDropped(u32 index) { _hbins[index].cacheSlot = HbinDescriptor::DROPPED; }
+    /// The hbin is in entry `slot` of the cache, its bytes at `position` of the cache memory.
+    void setCached(u32 index, u32 slot, u32 position);
+    void setDropped(u32 index);
     void setLargestFree(u32 index, u32 length, u32 record, u32 otherFree = UNKNOWN_LENGTH);
 
     /// The hbin whose bytes the offset lies in; INVALID_HBIN when there is none.
     u32 holding(u32 offset) const {
-        return offset < _end ? _pages[offset / HBIN_READ_BUFFER_SIZE] : INVALID_HBIN;
+        return offset < _end ? _pages[offset / HbinPage::SIZE].hbin() : INVALID_HBIN;
+    }
+    /// The page the offset lies in, null when no known hbin has it.
+    const HbinPage* page(u32 offset) const {
+        return offset < _end ? &_pages[offset / HbinPage::SIZE] : nullptr;
     }
     /// The first hbin whose end is not before `offset`, so that an offset right behind an hbin still finds
     /// it; `size()` when there is none.
@@ -57,7 +85,7 @@ class HbinTable {
     void lower(u32 node);
 
     ChunkedArray<HbinDescriptor> _hbins;
-    ChunkedArray<u32> _pages;  // the hbin of every 4096 bytes
+    ChunkedArray<HbinPage> _pages;
     u64 _end = 0;
     // A binary tree of maxima over `largestFree`, root at 1, leaves from `_leaves` on; empty while all are 0.
     // Leaves are exact. What is above them is never too small, and only lowered when a search finds it too

@@ -123,7 +123,6 @@ Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool co
     });
 }
 
-<<<<<<< HEAD
 bool copyPlainName(const RecordView& record, u32 offset, u16 stored, bool compressed,
                    HiveFile::HiveCodepage codepage, std::span<char16_t> units, u32& length) {
     const u8* const bytes = record.bytesAt(offset, stored);
@@ -137,7 +136,8 @@ bool copyPlainName(const RecordView& record, u32 offset, u16 stored, bool compre
     u32 all = 0;
     for (u32 i = 0; i < length; ++i) all |= units[i] = bytes[i];
     return all < 128 || codepage == HiveFile::hiveCodepageLatin1;
-=======
+}
+
 bool isDecodedName(std::u16string_view units, const RecordView& record, u32 offset, u16 length,
                    bool compressed, HiveFile::HiveCodepage codepage) {
     const u8* const stored = record.bytesAt(offset, length);
@@ -148,7 +148,6 @@ bool isDecodedName(std::u16string_view units, const RecordView& record, u32 offs
         if (units[i] != unit) return false;
     }
     return true;
->>>>>>> ece7ab4 (Fold and split names several units at a time, and keep a searched value's name)
 }
 
 HeapBuffer RegistryHiveObj::stringToRegName(const Ref<String>& name, u64& length, bool& compressed) const {

@@ -22,15 +22,12 @@ Ref<String> regNameToString(const u8* bytes, u32 length, HiveFile::HiveCodepage 
 /// last byte is ignored); null when a byte has no character.
 Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool compressed,
                        HiveFile::HiveCodepage codepage);
-<<<<<<< HEAD
 /// Copies such a name of `stored` bytes where no byte of it has to be looked up and the units suffice; false,
 /// without a word, where not.
 bool copyPlainName(const RecordView& record, u32 offset, u16 stored, bool compressed,
                    HiveFile::HiveCodepage codepage, std::span<char16_t> units, u32& length);
-=======
 /// Whether `decodeName` would give just these units; false where telling takes a conversion.
 bool isDecodedName(std::u16string_view units, const RecordView& record, u32 offset, u16 length,
                    bool compressed, HiveFile::HiveCodepage codepage);
->>>>>>> ece7ab4 (Fold and split names several units at a time, and keep a searched value's name)
 
 }  // namespace Libraries::Files::Hive

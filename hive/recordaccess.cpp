@@ -67,21 +67,22 @@ bool RegistryHiveObj::isCellBoundary(u32 hbinIdx, u32 position, u32 offset) {
 /// The record at `offset` where nothing stands in the way: its hbin is in the cache and its head was looked
 /// at before. Null otherwise, without a word: the long way then tells why.
 inline RecordView RegistryHiveObj::knownRecord(u32 offset, u32* hbinIdx, bool expectUnused) {
-    const u32 index = _hbins.holding(offset);
-    if (index == INVALID_HBIN || !_hbins[index].isCached() || !_valid) return {};
-    const HbinDescriptor& hbin = _hbins[index];
-    CachedHbin& cached = _cache.entry(hbin.cacheSlot);
-    const u32 inHbin = offset - hbin.offset;
-    if (!cached.headChecked || !(readonly() || _cache.isOfRound(hbin.cacheSlot)) ||
+    const HbinPage* const page = _hbins.page(offset);
+    if (!page || !page->isCached() || !_valid) return {};
+    const u32 position = page->positionOf(offset);
+    __builtin_prefetch(_cache.at(position));
+    CachedHbin& cached = _cache.entry(page->slot());
+    const u32 inHbin = position - cached.position;
+    if (!cached.headChecked || !(readonly() || _cache.isOfRound(page->slot())) ||
         offset % hive_hbin::RECORD_ALIGNMENT || inHbin < sizeof(hive_hbin))
         return {};
     if (!cached.cells.isKnownBoundary(inHbin) &&
-        cached.cells.isBoundary(_cache.at(cached.position), hbin.size, inHbin) != CellMap::Answer::boundary)
+        cached.cells.isBoundary(_cache.at(cached.position), cached.size, inHbin) != CellMap::Answer::boundary)
         return {};
-    const RecordView record = _cache.view(cached.position + inHbin);
+    const RecordView record = _cache.view(position);
     const s32 size = record.size();
-    if (size == 0 || (size > 0) != expectUnused || record.absoluteSize() > hbin.size - inHbin) return {};
-    if (hbinIdx) *hbinIdx = index;
+    if (size == 0 || (size > 0) != expectUnused || record.absoluteSize() > cached.size - inHbin) return {};
+    if (hbinIdx) *hbinIdx = page->hbin();
     return record;
 }
 
@@ -192,8 +193,10 @@ bool RegistryHiveObj::readNeighbours(u32 hbinIdx) {
     if (_file->readAt(inFile, ShPtr(_cache.at(_cache.end())), bytes) != bytes) return false;
     for (u32 index = first; index < end; ++index) {
         const HbinDescriptor& hbin = _hbins[index];
-        _hbins.setCached(index, index == hbinIdx ? _cache.add(index, hbin.size, hbin.wasLoaded())
-                                                 : _cache.addUnasked(index, hbin.size));
+        const u32 position = _cache.end();
+        const u32 slot = index == hbinIdx ? _cache.add(index, hbin.size, hbin.wasLoaded())
+                                          : _cache.addUnasked(index, hbin.size);
+        _hbins.setCached(index, slot, position);
     }
     return true;
 }
@@ -217,7 +220,7 @@ u64 RegistryHiveObj::cacheLoadHbin(u32 hbinIdx, u32 offset) {
     }
     if (readNeighbours(hbinIdx)) return _cache.entry(_hbins[hbinIdx].cacheSlot).position;
     if (!readHbin(hbin, position, offset)) return NO_POSITION;
-    _hbins.setCached(hbinIdx, _cache.add(hbinIdx, hbin.size, hbin.wasLoaded()));
+    _hbins.setCached(hbinIdx, _cache.add(hbinIdx, hbin.size, hbin.wasLoaded()), position);
     return position;
 }
 
@@ -227,7 +230,7 @@ bool RegistryHiveObj::cacheBlankHbin(u32 hbinIdx) {
     const u32 position = getFreeCacheChunk(size);
     if (position == INVALID_RECORD) return false;
     Mem::fill8(_cache.at(position), 0, size);
-    _hbins.setCached(hbinIdx, _cache.add(hbinIdx, size, false));
+    _hbins.setCached(hbinIdx, _cache.add(hbinIdx, size, false), position);
     return true;
 }
 

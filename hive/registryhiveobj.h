@@ -79,10 +79,9 @@ class RegistryHiveObj final : public HiveFile, public Object {
 
     /// Tells the processor that the record at `offset` will be looked at soon, if it is in the cache.
     void bringNear(u32 offset) {
-        const u32 index = _hbins.holding(offset);
-        if (index == INVALID_HBIN || !_hbins[index].isCached()) return;
-        const CachedHbin& hbin = _cache.entry(_hbins[index].cacheSlot);
-        const u8* const record = _cache.at(hbin.position + (offset - _hbins[index].offset));
+        const HbinPage* const page = _hbins.page(offset);
+        if (!page || !page->isCached()) return;
+        const u8* const record = _cache.at(page->positionOf(offset));
         __builtin_prefetch(record);
         __builtin_prefetch(record + sizeof(hive_record_nk));
     }

@@ -35,7 +35,6 @@ bool KeyRecord::check(RegistryHiveObj& hive, u32 depth) {
     return true;
 }
 
-<<<<<<< HEAD
 bool KeyRecord::peek(RegistryHiveObj& hive, u32 offset) {
     _offset = offset;
     _codepage = hive.codepage();
@@ -50,13 +49,10 @@ bool KeyRecord::copyName(std::span<char16_t> units, u32& length) const {
                          length);
 }
 
-Ref<String> KeyRecord::name() const {
-=======
 Ref<String> KeyRecord::name(const Ref<String>& likely) const {
     const u16 length = L16ToHost(_nk.nameLength);
     if (likely && isDecodedName(likely->view(), _view, sizeof(_nk), length, isCompressed(), _codepage))
         return likely;
->>>>>>> ece7ab4 (Fold and split names several units at a time, and keep a searched value's name)
     const Ref<String> name = decodedName();
     if (!name)
         log(3, Channel::hive,

@@ -65,6 +65,7 @@ Ref<KeyObj> KeyObj::openSubkey(u32 index, const Ref<String>& likelyName) {
 }
 
 Ref<KeyObj> KeyObj::openKnownSubkey(const Ref<RegistryHiveObj>& hive, const Ref<KnownKey>& known, u32 index) {
+    hive->bringNear(known->subkeys()[index].record);  // which making the object takes as long as
     if (Ref<KeyObj> live = known->object(index)) return live;
     auto built = makeRef<KeyObj>(hive, known, index);
     if (built->valid())

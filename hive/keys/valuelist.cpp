@@ -32,6 +32,8 @@ bool KeyObj::initValues() {
     }
     _values.clear();
     _values.reserve(_numOfValues);
+    for (u32 i = 0; i < _numOfValues && i < 8; ++i)
+        _hive->bringNear(record.u32At(sizeof(hive_record) + u64{i} * OFFSET_ENTRY_SIZE));
     for (u32 i = 0; i < _numOfValues; ++i)
         _values.push_back({record.u32At(sizeof(hive_record) + u64{i} * OFFSET_ENTRY_SIZE), 0, false, {}});
     return true;

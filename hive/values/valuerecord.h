@@ -24,16 +24,11 @@ class ValueRecord {
     bool isResident() const {
         return (L32ToHost(_vk.dataSize) & hive_record_vk::FLAG_RESIDENT) != 0 || dataSize() == 0;
     }
-<<<<<<< HEAD
-    /// The name; null, with a log line, when a byte of it has no character.
-    Ref<String> name() const;
     /// Copies the name where it stands there as it is and fits; else false, without a word.
     bool copyName(std::span<char16_t> units, u32& length) const;
-=======
     /// The name, the very object `likely` (may be null) if that is it; null, with a log line, when a byte of
     /// it has no character.
     Ref<String> name(const Ref<String>& likely = nullptr) const;
->>>>>>> ece7ab4 (Fold and split names several units at a time, and keep a searched value's name)
     /// `hashOf` the name; false where `name` gives null.
     bool nameHash(u32& hash) const;
     /// A hash of the upper-case form of a name.
