@@ -24,6 +24,15 @@ int compareUnits(std::u16string_view left, std::u16string_view right) {
     return left.size() == right.size() ? 0 : left.size() < right.size() ? -1 : 1;
 }
 
+/// The first units of a name as a number: where two such differ, they compare as the names do. Most names are
+/// told apart without a look at them.
+u64 headOf(std::u16string_view name) {
+    u64 head = 0;
+    for (std::size_t i = 0; i < sizeof(head) / sizeof(char16_t); ++i)
+        head = head << 16 | (i < name.size() ? name[i] : 0);
+    return head;
+}
+
 }  // namespace
 
 KnownKey::KnownKey(const hive_record_nk& record, Ref<String> name, const SubkeyList& subkeys,
@@ -38,7 +47,7 @@ KnownKey::KnownKey(const hive_record_nk& record, Ref<String> name, const SubkeyL
         for (const SubkeyEntry& entry : subkeys.sublist(j).entries) {
             if (const Ref<KeyObj> live = entry.key.lock())
                 _objects.keep(static_cast<u32>(_subkeys.size()), subkeys.size(), live);
-            _subkeys.push_back({entry.record});
+            _subkeys.push_back({.record = entry.record});
         }
 }
 
@@ -54,14 +63,15 @@ int KnownKey::compareName(u32 index, const FoldedName& other, bool& isEmpty) con
 
 bool KnownKey::find(const FoldedName& name, u32& index) const {
     const std::u16string_view wanted = name.view();
+    const u64 head = headOf(wanted);
     u32 min = 0;
     u32 end = static_cast<u32>(_subkeys.size());
     while (min < end) {
         const u32 mid = min + (end - 1 - min) / 2;
-        if (!knowsName(mid)) return false;
-        const std::u16string_view own = nameAt(_subkeys[mid].name);
-        if (own.empty()) return false;
-        const int order = compareUnits(own, wanted);
+        const Subkey& subkey = _subkeys[mid];
+        if (subkey.head == 0) return false;  // not known, empty or begins strangely
+        const int order =
+            subkey.head != head ? (subkey.head < head ? -1 : 1) : compareUnits(nameAt(subkey.name), wanted);
         if (order == 0) {
             index = mid;
             return true;
@@ -81,12 +91,17 @@ void KnownKey::keepName(u32 index, const KeyRecord& record) {
         _names.push_back(static_cast<char16_t>(length));
         for (u64 i = 0; i < length; ++i) _names.push_back(String::upperUnit(unitAt(i)));
     });
-    if (plain) _subkeys[index].name = static_cast<u32>(at);
+    if (!plain) return;
+    _subkeys[index].name = static_cast<u32>(at);
+    _subkeys[index].head = headOf(nameAt(_subkeys[index].name));
 }
 
 void KnownKey::forgetNames() {
     _names = {};
-    for (Subkey& subkey : _subkeys) subkey.name = NO_NAME;
+    for (Subkey& subkey : _subkeys) {
+        subkey.name = NO_NAME;
+        subkey.head = 0;
+    }
 }
 
 /// Whether anything holds it besides `KnownKeys` and its parent: an object of it or of a subkey, or a known

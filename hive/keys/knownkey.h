@@ -21,6 +21,7 @@ class KnownKey {
     struct Subkey {
         u32 record;
         u32 name = NO_NAME;  // where in `_names` its length and its units are
+        u64 head = 0;        // of the name, by `headOf`
         Ref<KnownKey> key = {};
     };
 
