@@ -142,6 +142,9 @@ class HIVE_API KeyObj final : public Key, public Object {
     bool canChange() const;
     bool loadRecord(const Ref<String>& likelyName);
     Ref<KeyObj> openSubkey(u32 index, const Ref<String>& likelyName = nullptr);
+    enum class Outcome : u8 { found, missing, unreadable, irregular };
+    static Outcome searchKnown(RegistryHiveObj& hive, KnownKey& known, const FoldedName& name, u32& place);
+    static Ref<KeyObj> openFound(const Ref<RegistryHiveObj>& hive, const Ref<KnownKey>& known, u32 index);
     static Ref<KeyObj> openKnown(const Ref<RegistryHiveObj>& hive, const KnownKey& known);
     static Ref<KeyObj> openKnownSubkey(const Ref<RegistryHiveObj>& hive, const Ref<KnownKey>& known,
                                        u32 index);

@@ -24,15 +24,6 @@ int compareUnits(std::u16string_view left, std::u16string_view right) {
     return left.size() == right.size() ? 0 : left.size() < right.size() ? -1 : 1;
 }
 
-/// The first units of a name as a number: where two such differ, they compare as the names do. Most names are
-/// told apart without a look at them.
-u64 headOf(std::u16string_view name) {
-    u64 head = 0;
-    for (std::size_t i = 0; i < sizeof(head) / sizeof(char16_t); ++i)
-        head = head << 16 | (i < name.size() ? name[i] : 0);
-    return head;
-}
-
 }  // namespace
 
 KnownKey::KnownKey(const hive_record_nk& record, Ref<String> name, const SubkeyList& subkeys,
@@ -55,53 +46,29 @@ Ref<KeyObj> KnownKey::object(u32 index) const {
     return _objects.find(index);
 }
 
-int KnownKey::compareName(u32 index, const FoldedName& other, bool& isEmpty) const {
-    const std::u16string_view own = nameAt(_subkeys[index].name);
-    isEmpty = own.empty();
-    return compareUnits(own, other.view());
-}
-
-bool KnownKey::find(const FoldedName& name, u32& index) const {
-    const std::u16string_view wanted = name.view();
-    const u64 head = headOf(wanted);
-    u32 min = 0;
-    u32 end = static_cast<u32>(_subkeys.size());
-    while (min < end) {
-        const u32 mid = min + (end - 1 - min) / 2;
-        const Subkey& subkey = _subkeys[mid];
-        if (subkey.head == 0) return false;  // not known, empty or begins strangely
-        const int order =
-            subkey.head != head ? (subkey.head < head ? -1 : 1) : compareUnits(nameAt(subkey.name), wanted);
-        if (order == 0) {
-            index = mid;
-            return true;
-        }
-        if (order < 0)
-            min = mid + 1;
-        else
-            end = mid;
-    }
-    return false;
+int KnownKey::compareName(u32 index, const FoldedName& other) const {
+    const Subkey& subkey = _subkeys[index];
+    if (subkey.head != other.head()) return subkey.head < other.head() ? -1 : 1;
+    return compareUnits(nameAt(subkey.name), other.view());
 }
 
 void KnownKey::keepName(u32 index, const KeyRecord& record) {
     const std::size_t at = _names.size();
     if (at > UINT32_MAX / 2) return;
     const bool plain = record.plainName([&](u64 length, auto unitAt) {
-        _names.push_back(static_cast<char16_t>(length));
-        for (u64 i = 0; i < length; ++i) _names.push_back(String::upperUnit(unitAt(i)));
+        _names.resize(at + 1 + toSize(length), static_cast<char16_t>(length));
+        char16_t* const units = _names.data() + at + 1;
+        for (std::size_t i = 0; i < length; ++i) units[i] = unitAt(i);
+        String::upperUnits({units, toSize(length)}, units);
     });
     if (!plain) return;
     _subkeys[index].name = static_cast<u32>(at);
-    _subkeys[index].head = headOf(nameAt(_subkeys[index].name));
+    _subkeys[index].head = FoldedName::headOf(nameAt(_subkeys[index].name));
 }
 
 void KnownKey::forgetNames() {
     _names = {};
-    for (Subkey& subkey : _subkeys) {
-        subkey.name = NO_NAME;
-        subkey.head = 0;
-    }
+    for (Subkey& subkey : _subkeys) subkey.head = 0;
 }
 
 /// Whether anything holds it besides `KnownKeys` and its parent: an object of it or of a subkey, or a known

@@ -20,8 +20,8 @@ class KnownKey {
     /// A subkey; `key` is null unless subkeys of its own were searched.
     struct Subkey {
         u32 record;
-        u32 name = NO_NAME;  // where in `_names` its length and its units are
-        u64 head = 0;        // of the name, by `headOf`
+        u32 name = 0;  // where in `_names` its length and its units are
+        u64 head = 0;  // of the name, by `FoldedName::head`; 0 while it is not kept
         Ref<KnownKey> key = {};
     };
 
@@ -47,18 +47,16 @@ class KnownKey {
     /// The object last built for the subkey at an index, null when there is none alive.
     Ref<KeyObj> object(u32 index) const;
 
-    bool knowsName(u32 index) const { return _subkeys[index].name != NO_NAME; }
-    /// How the name of a subkey, upper-cased, compares with `other`, as `KeyRecord::compareName`. REQUIRES:
-    /// knowsName(index).
-    int compareName(u32 index, const FoldedName& other, bool& isEmpty) const;
-    /// The search by halves for a subkey, where it comes by known names only, and no empty one. False when
-    /// it does not, or finds none.
-    bool find(const FoldedName& name, u32& index) const;
+    /// Whether the name of a subkey is kept: not when it takes more than reading it as it stands, nor when it
+    /// is empty.
+    bool knowsName(u32 index) const { return _subkeys[index].head != 0; }
+    /// How the name of a subkey, upper-cased, compares with `other`. REQUIRES: knowsName(index).
+    int compareName(u32 index, const FoldedName& other) const;
+    /// The index a search by halves looks at next between `min` and, behind it, `end`.
+    static u32 middle(u32 min, u32 end) { return min + (end - 1 - min) / 2; }
 
  private:
     friend class KnownKeys;
-    static constexpr u32 NO_NAME = 0xFFFFFFFF;
-
     std::u16string_view nameAt(u32 at) const { return {_names.data() + at + 1, _names[at]}; }
     void keepName(u32 index, const KeyRecord& record);
     void forgetNames();
@@ -93,8 +91,7 @@ class KnownKeys {
     const Ref<KnownKey>& root() const { return _root; }
     /// Makes `key` the one known at its place.
     void add(const Ref<KnownKey>& key);
-    /// Has `parent` keep the name of its subkey at `index`, unless that takes more than reading it as it
-    /// stands.
+    /// Has `parent` keep the name of its subkey at `index`, if it is of the kind that is kept.
     void keepName(KnownKey& parent, u32 index, const KeyRecord& record);
     /// Has `parent` keep the object of its subkey at `index`.
     void keepObject(KnownKey& parent, u32 index, const Ref<KeyObj>& key);

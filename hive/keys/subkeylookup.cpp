@@ -7,9 +7,18 @@
 namespace Libraries::Files::Hive {
 
 namespace {
+
+/// Reads the record of a subkey, with the log lines of building an object.
+bool loadSubkey(RegistryHiveObj& hive, u32 offset, u32 depth, KeyRecord& record) {
+    if (record.load(hive, offset, depth)) return true;
+    log(3, Channel::hive, "New created KeyObj not valid");
+    return false;
+}
+
 void logUnreadable(u32 index) {
     log(3, Channel::hive, "Failed to open sub key for binary search. key: ", index);
 }
+
 }  // namespace
 
 /// Whether the list has an entry at an index; loads the list.
@@ -84,22 +93,12 @@ Ref<KeyObj> KeyObj::openKnown(const Ref<RegistryHiveObj>& hive, const KnownKey& 
 /// A name that is null counts as empty. False when the subkey has no sound record.
 bool KeyObj::compareSubkey(u32 index, const FoldedName& name, int& order, bool& isEmpty,
                            Ref<KeyObj>& object) {
-    if (_known && _known->knowsName(index)) {
-        order = _known->compareName(index, name, isEmpty);
-        return true;
-    }
     if (!hasSubkey(index)) return false;
     object = PLAIN_PATH ? openSubkey(index) : liveSubkey(index);
     if (!object) {
         KeyRecord record;
-        if (!record.load(*_hive, subkeyRecord(index), _depth + 1)) {
-            log(3, Channel::hive, "New created KeyObj not valid");
-            return false;
-        }
-        if (record.compareName(name, order, isEmpty)) {
-            if (_known) _hive->knownKeys().keepName(*_known, index, record);
-            return true;
-        }
+        if (!loadSubkey(*_hive, subkeyRecord(index), _depth + 1, record)) return false;
+        if (record.compareName(name, order, isEmpty)) return true;
         object = openSubkey(index);  // which tells why it has no name
     }
     const Ref<String> own = object->name();
@@ -122,23 +121,68 @@ Ref<KeyObj> KeyObj::findPath(PathNames& names) {
     Ref<KnownKey> known = _known;  // of the key the names have led to; `current` may be null then
     for (std::u16string_view name; names.next(name);) {
         u32 index = 0;
-        if (known && known->find(FoldedName(name), index)) {
-            Ref<KnownKey> next = known->subkeys()[index].key;
-            current = next ? nullptr : openKnownSubkey(_hive, known, index);
-            if (current && !current->_valid) {
-                logUnreadable(index);
-                return nullptr;
-            }
-            known = std::move(next);
+        Outcome outcome = known ? searchKnown(*_hive, *known, FoldedName(name), index) : Outcome::irregular;
+        if (outcome == Outcome::irregular) {
+            if (!current) current = openKnown(_hive, *known);
+            if (!current || !current->_valid) return nullptr;
+            current = current->binaryFindKey(name, nullptr);
+            if (!current) return nullptr;
+            known = current->_known;
             continue;
         }
-        if (!current) current = openKnown(_hive, *known);
-        if (!current || !current->_valid) return nullptr;
-        current = current->binaryFindKey(name, nullptr);
-        if (!current) return nullptr;
-        known = current->_known;
+        if (outcome != Outcome::found) return nullptr;
+        Ref<KnownKey> next = known->subkeys()[index].key;
+        current = next ? nullptr : openFound(_hive, known, index);
+        if (!next && !current) return nullptr;
+        known = std::move(next);
     }
     return current ? current : openKnown(_hive, *known);
+}
+
+/// The subkey at which a search in a known key ended; null, with a log line, when it is unreadable.
+Ref<KeyObj> KeyObj::openFound(const Ref<RegistryHiveObj>& hive, const Ref<KnownKey>& known, u32 index) {
+    Ref<KeyObj> found = openKnownSubkey(hive, known, index);
+    if (found->_valid) return found;
+    logUnreadable(index);
+    return nullptr;
+}
+
+/// The search by halves in a key that is known, whose caller holds it; `place` as in `binaryFindKey`. Learns
+/// the names it comes by. What those do not tell is irregular, and left, without a word, to the search among
+/// objects.
+KeyObj::Outcome KeyObj::searchKnown(RegistryHiveObj& hive, KnownKey& known, const FoldedName& name,
+                                    u32& place) {
+    u32 min = 0;
+    u32 end = static_cast<u32>(known.subkeys().size());
+    while (min < end) {
+        const u32 mid = KnownKey::middle(min, end);
+        if (!known.knowsName(mid)) {
+            if (known.object(mid)) return Outcome::irregular;
+            // Where the search goes on is not known before the record is here: have both records come.
+            if (min < mid) hive.bringNear(known.subkeys()[KnownKey::middle(min, mid)].record);
+            if (mid + 1 < end) hive.bringNear(known.subkeys()[KnownKey::middle(mid + 1, end)].record);
+            KeyRecord record;
+            if (!loadSubkey(hive, known.subkeys()[mid].record, known.depth() + 1, record)) {
+                logUnreadable(mid);
+                place = NO_INDEX;
+                return Outcome::unreadable;
+            }
+            hive.knownKeys().keepName(known, mid, record);
+            if (!known.knowsName(mid)) return Outcome::irregular;
+        }
+        const int order = known.compareName(mid, name);
+        if (order == 0) {
+            place = mid;
+            return Outcome::found;
+        }
+        if (order < 0)
+            min = mid + 1;
+        else
+            end = mid;
+    }
+    place = min;
+    Error::set(ErrorCode::noSuchKey);
+    return Outcome::missing;
 }
 
 /// Has the records on the way of a search brought near at once, instead of one after the other as it gets to
@@ -185,6 +229,12 @@ Ref<KeyObj> KeyObj::binaryFindKey(std::u16string_view name, u32* position) {
     if (listed) {
         foresee(wanted);
         becomeKnown();
+    }
+    if (_known) {
+        const Outcome outcome = searchKnown(*_hive, *_known, wanted, place);
+        if (outcome == Outcome::found) return openFound(_hive, _known, place);
+        if (outcome != Outcome::irregular) return nullptr;
+        place = NO_INDEX;
     }
     for (;;) {
         int order = 0;
