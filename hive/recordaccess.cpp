@@ -6,9 +6,8 @@ namespace Libraries::Files::Hive {
 
 namespace {
 
-// Bytes of the file that are read at once where they are likely to stay, and where not.
-constexpr u32 WIDE_WINDOW = 64U << 10;
-constexpr u32 NARROW_WINDOW = 8U << 10;
+/// Bytes of the file that are read at once where they can stay.
+constexpr u32 WINDOW = 64U << 10;
 
 /// What must hold for a record offset before the cells of its hbin are looked at.
 bool checkRecordPlace(u32 hbinOffset, u32 hbinSize, u32 offset) {
@@ -174,10 +173,9 @@ bool RegistryHiveObj::readHbin(const HbinDescriptor& hbin, u32 position, u32 off
 /// that nobody has asked for: reading one costs nearly as much. False when that did not come about.
 bool RegistryHiveObj::readNeighbours(u32 hbinIdx) {
     // Of a hive that is larger than the cache most would be dropped again before it is asked for.
-    const u32 window = hbinsSize() <= HbinCache::RETAINED_BYTES ? WIDE_WINDOW : NARROW_WINDOW;
-    if (!readonly() || _cache.spare() < window) return false;
-    const u32 windowStart = _hbins[hbinIdx].offset / window * window;
-    const u64 windowEnd = u64{windowStart} + window;
+    if (!readonly() || hbinsSize() > HbinCache::RETAINED_BYTES || _cache.spare() < WINDOW) return false;
+    const u32 windowStart = _hbins[hbinIdx].offset / WINDOW * WINDOW;
+    const u64 windowEnd = u64{windowStart} + WINDOW;
     const auto belongs = [&](u32 index) {
         const HbinDescriptor& hbin = _hbins[index];
         return hbin.offset >= windowStart && u64{hbin.offset} + hbin.size <= windowEnd && !hbin.isCached();

@@ -12,6 +12,7 @@ namespace Libraries::Files::Hive {
 class KeyIteratorObj;
 class ValueIteratorObj;
 class ValueObj;
+class ValueRecord;
 
 /// Stands for no entry of a list.
 constexpr u32 NO_INDEX = 0xFFFFFFFF;
@@ -163,9 +164,9 @@ class HIVE_API KeyObj final : public Key, public Object {
     bool loadTwoLevel(const RecordView& record);
     u16 loadList(const RecordView& record, KeyListType type, u32 start, Array<SubkeyEntry>& entries) const;
 
-    Ref<ValueObj> openValue(u32 index, const Ref<String>& likelyName);
+    Ref<ValueObj> openValue(u32 index, const ValueRecord& record, const Ref<String>& likelyName);
     void forgetChangedValues();
-    bool mayBeNamed(u32 index, u32 nameHash, bool& readable);
+    bool mayBeNamed(u32 index, u32 nameHash, ValueRecord& record, bool& readable);
     bool rewriteValueList(u32 removed);
     bool syncValueList(u32 cell);
 

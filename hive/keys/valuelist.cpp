@@ -32,8 +32,6 @@ bool KeyObj::initValues() {
     }
     _values.clear();
     _values.reserve(_numOfValues);
-    for (u32 i = 0; i < _numOfValues && i < 8; ++i)
-        _hive->bringNear(record.u32At(sizeof(hive_record) + u64{i} * OFFSET_ENTRY_SIZE));
     for (u32 i = 0; i < _numOfValues; ++i)
         _values.push_back({record.u32At(sizeof(hive_record) + u64{i} * OFFSET_ENTRY_SIZE), 0, false, {}});
     return true;
@@ -41,18 +39,20 @@ bool KeyObj::initValues() {
 
 Ref<ValueObj> KeyObj::value(u32 index) {
     const MonGuard guard(_hive->monitor());
-    return openValue(index, nullptr);
+    return openValue(index, ValueRecord(), nullptr);
 }
 
-/// The value at an index, which is likely to have this name (may be null).
-Ref<ValueObj> KeyObj::openValue(u32 index, const Ref<String>& likelyName) {
+/// The value at an index. What is at hand saves work: its `record`, loaded or not, and the name it is likely
+/// to have (may be null).
+Ref<ValueObj> KeyObj::openValue(u32 index, const ValueRecord& record, const Ref<String>& likelyName) {
     if (!_valid || index >= _numOfValues || !initValues()) return nullptr;
     assertCondition(_values.size() == _numOfValues, "_values.size() == _numOfValues",
                     "Libraries::Files::Hive::KeyObj::value");
     if (index >= _values.size()) return nullptr;
     ValueEntry& entry = _values[index];
     if (Ref<ValueObj> live = entry.value.lock()) return live;
-    auto built = makeRef<ValueObj>(_hive, entry.record, Ref<KeyObj>(this), likelyName);
+    auto built = record.isLoaded() ? makeRef<ValueObj>(record, Ref<KeyObj>(this), likelyName)
+                                   : makeRef<ValueObj>(_hive, entry.record, Ref<KeyObj>(this), likelyName);
     if (built->valid())
         entry.value = WeakRef<ValueObj>(built);
     else
@@ -72,8 +72,9 @@ Ref<Value> KeyObj::value(Ref<String> name) {
     for (u32 i = 0; i < _numOfValues; ++i) {
         const bool listed = initValues();
         bool readable = listed;
-        if (listed && !mayBeNamed(i, nameHash, readable)) continue;
-        const Ref<ValueObj> candidate = readable ? openValue(i, name) : nullptr;
+        ValueRecord record;
+        if (listed && !mayBeNamed(i, nameHash, record, readable)) continue;
+        const Ref<ValueObj> candidate = readable ? openValue(i, record, name) : nullptr;
         if (!candidate || !candidate->valid()) {
             log(3, Channel::hive, "Failed to get value with index: ", i);
             if (!listed) return nullptr;  // the reason is in the error code
@@ -116,12 +117,11 @@ void KeyObj::forgetChangedValues() {
 /// Whether a value has to be opened to tell if its name is the one searched for. Looks at its record, with
 /// the log lines and error codes of opening it, unless there is an object or the name's hash is known. When
 /// the value cannot be opened, `readable` becomes false and the answer is true.
-bool KeyObj::mayBeNamed(u32 index, u32 nameHash, bool& readable) {
+bool KeyObj::mayBeNamed(u32 index, u32 nameHash, ValueRecord& record, bool& readable) {
     if constexpr (PLAIN_PATH) return true;
     ValueEntry& entry = _values[index];
     if (!entry.nameKnown) {
         if (entry.value.lock()) return true;
-        ValueRecord record;
         readable = record.load(*_hive, entry.record);
         entry.nameKnown = readable && record.nameHash(entry.nameHash);
         if (readable && !record.checkDataLength()) entry.nameKnown = readable = false;

@@ -12,14 +12,22 @@ ValueObj::ValueObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent,
       _recordOfs(recordOfs),
       _isV13(_hive->versionMinor() == 3),
       _readOnly(_hive->readonly()) {
-    _valid = loadRecord(likelyName);
+    ValueRecord record;
+    _valid = record.load(*_hive, recordOfs) && takeRecord(record, likelyName);
+}
+
+ValueObj::ValueObj(const ValueRecord& record, Ref<KeyObj> parent, const Ref<String>& likelyName)
+    : _hive(parent->hive()),
+      _parent(std::move(parent)),
+      _recordOfs(record.offset()),
+      _isV13(_hive->versionMinor() == 3),
+      _readOnly(_hive->readonly()) {
+    _valid = takeRecord(record, likelyName);
 }
 
 ValueObj::~ValueObj() = default;
 
-bool ValueObj::loadRecord(const Ref<String>& likelyName) {
-    ValueRecord record;
-    if (!record.load(*_hive, _recordOfs)) return false;
+bool ValueObj::takeRecord(const ValueRecord& record, const Ref<String>& likelyName) {
     _name.set(record.name(likelyName));
     _recordData = record.fixedPart();
     _type = static_cast<ValueType>(L32ToHost(_recordData.type));

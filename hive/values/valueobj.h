@@ -8,6 +8,7 @@
 namespace Libraries::Files::Hive {
 
 class KeyObj;
+class ValueRecord;
 
 /// A value: the object for one vk record. Its data lies in the record itself (up to 4 bytes), in one data
 /// cell, or, for more than 16,344 bytes in a version 1.5 hive, in fragments named by a db record.
@@ -26,6 +27,8 @@ class HIVE_API ValueObj final : public Value, public Object {
     /// Internal.
     ValueObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent,
              const Ref<String>& likelyName = nullptr);
+    /// The same with the record at hand.
+    ValueObj(const ValueRecord& record, Ref<KeyObj> parent, const Ref<String>& likelyName);
     ~ValueObj() override;
 
     Ref<String> name() const override { return _valid ? _name.get() : nullptr; }
@@ -78,7 +81,7 @@ class HIVE_API ValueObj final : public Value, public Object {
     static u32 coveredLength(u32 extent, const RegistryHiveObj& hive);
 
  private:
-    bool loadRecord(const Ref<String>& likelyName);
+    bool takeRecord(const ValueRecord& record, const Ref<String>& likelyName);
 
     // Data extents (extents.cpp). Internal.
     bool initExtents();

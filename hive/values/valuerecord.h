@@ -18,6 +18,9 @@ class ValueRecord {
     /// the name: readers of logs know the lines in this order. Error: 0x200C.
     bool checkDataLength() const;
 
+    /// Whether one was loaded, and from where.
+    bool isLoaded() const { return bool(_view); }
+    u32 offset() const { return _offset; }
     const hive_record_vk& fixedPart() const { return _vk; }
     /// Bytes of data, without the resident flag, and whether they lie in the record.
     u32 dataSize() const { return L32ToHost(_vk.dataSize) & ~hive_record_vk::FLAG_RESIDENT; }
