@@ -5,17 +5,17 @@
 #include "hive/hivefile.h"
 #include "platform/syslog/syslogfilter.h"
 #include "platform/syslog/syslogstream.h"
-#include "regfile/regfileutil.h"
 #include "regfile/salvage/salvage.h"
 #include "regfile/util.h"
 #include "regfile/valueedit.h"
 #include "regfile/walkbudget.h"
-#include "tests/support/hivecheck.h"
+#include "tests/support/regtext.h"
 
 namespace {
 
 using namespace HiveFuzz;                // NOLINT
 using namespace Libraries::Files::Hive;  // NOLINT
+using HiveTest::exportText;
 using HiveTest::MemoryStripe;
 
 constexpr u64 BUFFER_BYTES = 65536;
@@ -116,14 +116,6 @@ void change(const Ref<Key>& key, u32& left) {
     if (const auto value = key->createValue(newName, Value::valueString)) value->setString(newName);
 }
 
-/// The export text as far as it goes; whether it is whole, in `done`.
-std::string exported(const Ref<Key>& root, RegFileUtil::ExportOptions options, bool& done) {
-    const auto target = makeRef<MemoryStripe>();
-    done = RegFileUtil::exportRegFile(root, Ref<Interfaces::Stripe>(target), String::create(), options,
-                                      nullptr, false);
-    return target->text();
-}
-
 void read(const std::vector<u8>& file, u32 mode, bool sound) {
     const auto store = makeRef<MemoryStripe>(file);
     const auto hive = HiveFile::open(store, mode | HiveFile::modeReadOnly, HiveFile::hiveCodepageLatin1);
@@ -133,8 +125,7 @@ void read(const std::vector<u8>& file, u32 mode, bool sound) {
     Reading all(*hive);
     if (root) {
         u32 changes = 40;
-        bool done = false;
-        exported(root, RegFileUtil::exportDefault, done);
+        exportText(root);
         change(root, changes);
     }
     expect(!store->counters.writes && !store->counters.resizes, "reading writes nothing");
@@ -168,7 +159,7 @@ void salvage(const std::vector<u8>& file, bool sound) {
     if (!sound) return;
     const auto hive = HiveFile::open(store, HiveFile::modeReadOnly, HiveFile::hiveCodepageLatin1);
     bool done = false;  // not where data lies too low
-    const std::string text = exported(hive->root(), RegFileUtil::exportBinaryOnly, done);
+    const std::string text = exportText(hive->root(), RegFileUtil::exportBinaryOnly, &done);
     expect(counts.lost == 0 && (!done || target->text() == text), "of a sound hive nothing is lost");
 }
 

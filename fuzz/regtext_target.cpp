@@ -2,9 +2,7 @@
 
 #include "fuzz/target.h"
 #include "hive/hivefile.h"
-#include "regfile/regfileutil.h"
-#include "tests/support/hivecheck.h"
-#include "tests/support/memorystripe.h"
+#include "tests/support/regtext.h"
 
 namespace {
 
@@ -25,15 +23,15 @@ class Hive {
           _hive(HiveFile::create(_store, minor, HiveFile::modeReadWrite, HiveFile::hiveCodepageLatin1,
                                  nullptr)) {}
 
-    bool import(const std::vector<u8>& text, ImportCounts* counts = nullptr) {
+    bool import(const std::string& text, ImportCounts* counts = nullptr) {
         return RegFileUtil::importRegFile(_hive, makeRef<MemoryStripe>(text), String::create(), nullptr, true,
                                           counts);
     }
-    std::vector<u8> exported(RegFileUtil::ExportOptions options) {
-        const auto target = makeRef<MemoryStripe>();
-        expect(RegFileUtil::exportRegFile(_hive->root(), target, String::create(), options, nullptr, false),
-               "what was imported can be exported");
-        return target->bytes();
+    std::string exported(RegFileUtil::ExportOptions options) {
+        bool done = false;
+        const std::string text = HiveTest::exportText(_hive->root(), options, &done);
+        expect(done, "what was imported can be exported");
+        return text;
     }
     void reopen() {
         _hive.reset();
@@ -48,7 +46,7 @@ class Hive {
     Ref<HiveFile> _hive;
 };
 
-bool holdsNul(const std::vector<u8>& utf16) {
+bool holdsNul(const std::string& utf16) {
     for (std::size_t i = 0; i + 1 < utf16.size(); i += 2)
         if (!utf16[i] && !utf16[i + 1]) return true;
     return false;
@@ -59,11 +57,10 @@ bool holdsNul(const std::vector<u8>& utf16) {
 extern "C" int LLVMFuzzerTestOneInput(const Platform::u8* data, std::size_t size) {
     Input input(data, size);
     const u32 minor = input.byte() % 2 ? 3 : 5;
-    const std::string text = input.rest();
     Hive first(minor), second(minor), plain(minor);
-    first.import({text.begin(), text.end()});
-    const std::vector<u8> exact = first.exported(RegFileUtil::exportBinaryOnly);
-    const std::vector<u8> readable = first.exported(RegFileUtil::exportDefault);
+    first.import(input.rest());
+    const std::string exact = first.exported(RegFileUtil::exportBinaryOnly);
+    const std::string readable = first.exported(RegFileUtil::exportDefault);
 
     first.reopen();
     expect(first.exported(RegFileUtil::exportBinaryOnly) == exact, "the file holds what memory held");
@@ -77,7 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const Platform::u8* data, std::size_t size
 
     // Strings with line breaks have no readable form; those with a NUL inside come back up to it.
     if (!plain.import(readable)) return 0;
-    const std::vector<u8> cut = plain.exported(RegFileUtil::exportDefault);
+    const std::string cut = plain.exported(RegFileUtil::exportDefault);
     expect(cut == readable || holdsNul(readable), "a readable export comes back");
     plain.reopen();
     expect(plain.exported(RegFileUtil::exportDefault) == cut, "the file holds what the readable text said");

@@ -1,7 +1,7 @@
 #include "tests/model/faultscripts.h"
 
-#include "regfile/regfileutil.h"
 #include "regfile/util.h"
+#include "tests/support/regtext.h"
 
 namespace HiveTest {
 
@@ -62,10 +62,7 @@ KeyPlan plan(u32 minor) {
 
 bool holdsData(const Ref<Key>& key, const Name& name, const std::vector<u8>& wanted) {
     const auto value = key ? key->value(text(name)) : nullptr;
-    if (!value) return false;
-    std::vector<u8> data(value->size());
-    data.resize(value->read(ShPtr(data.data()), 0, value->size()));
-    return data == wanted;
+    return value && dataOf(*value) == wanted;
 }
 
 bool holdsTree(const Ref<Key>& key, const KeyPlan& plan) {
@@ -79,12 +76,6 @@ bool holdsTree(const Ref<Key>& key, const KeyPlan& plan) {
         plan.values, [&](const ValuePlan& value) { return holdsData(key, value.name, value.data); });
 }
 
-bool put(Key& key, const Name& name, const std::vector<u8>& data) {
-    const auto value = key.value(text(name));
-    const u32 size = static_cast<u32>(data.size());
-    return value && value->size(size) == size && value->write(ShPtr::fromConst(data.data()), 0, size) == size;
-}
-
 void changeValues(FaultSession& session) {
     session.held = session.key(u"changed");
     const auto holds = [&session](const Name& name, const std::vector<u8>& data) {
@@ -96,7 +87,8 @@ void changeValues(FaultSession& session) {
     const auto resize = [&](const Name& name, u32 size) {
         const auto data = patternBytes(size, size);
         session.apply(
-            {name}, u"", false, [&] { return put(*session.held, name, data); }, holds(name, data));
+            {name}, u"", false, [&] { return put(session.held->value(text(name)), data); },
+            holds(name, data));
     };
     const auto create = [&](const Name& name) {
         const auto data = patternBytes(8);
@@ -104,7 +96,7 @@ void changeValues(FaultSession& session) {
             {name}, u"", false,
             [&] {
                 return session.held->createValue(text(name), Value::valueQword) &&
-                       put(*session.held, name, data);
+                       put(session.held->value(text(name)), data);
             },
             holds(name, data));
     };
@@ -228,22 +220,15 @@ void importChanges(FaultSession& session) {
     session.hive->flush();
 }
 
-std::vector<u8> exported(const Ref<Key>& key, bool& done) {
-    const auto target = makeRef<MemoryStripe>();
-    done = RegFileUtil::exportRegFile(key, Ref<Interfaces::Stripe>(target), text(u""),
-                                      RegFileUtil::exportBinaryOnly, nullptr, false);
-    return target->bytes();
-}
-
 /// An export either fails or is whole.
 void exportKeys(FaultSession& session) {
-    static std::vector<u8> whole;
+    static std::string whole;
     session.apply(
         {u"export"}, u"", true,
         [&] {
             bool done = false;
             const auto kept = session.key(u"trees");
-            const auto bytes = kept ? exported(kept, done) : std::vector<u8>();
+            const auto bytes = kept ? exportText(kept, RegFileUtil::exportBinaryOnly, &done) : "";
             if (done && whole.empty()) whole = bytes;
             return done && bytes == whole;
         },

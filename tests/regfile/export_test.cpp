@@ -1,9 +1,9 @@
 #include <functional>
 #include <utility>
 
-#include "regfile/regfileutil.h"
 #include "tests/hive/openedhive.h"
 #include "tests/support/failingstripe.h"
+#include "tests/support/regtext.h"
 
 using namespace HiveTest;
 using namespace std::literals;
@@ -11,15 +11,6 @@ using namespace std::literals;
 namespace {
 
 const std::string HEAD = "\uFEFFWindows Registry Editor Version 5.00\r\n\r\n";
-
-/// UTF-16LE bytes as UTF-8.
-std::string exported(const std::vector<u8>& bytes) {
-    std::u16string units;
-    for (u64 i = 0; i + 1 < bytes.size(); i += 2)
-        units += static_cast<char16_t>(bytes[i] | bytes[i + 1] << 8);
-    EXPECT_EQ(bytes.size() % 2, 0u);
-    return utf8(text(units));
-}
 
 bool exportTo(const Ref<Interfaces::Stripe>& target, const Ref<Key>& key, const char16_t* prefix = u"",
               u32 options = 0, const Ref<Platform::CharPrinter>& errors = nullptr) {
@@ -41,7 +32,7 @@ Result exportKey(const Ref<Key>& key, bool printErrors = false) {
         Platform::CharWriter::create(errors, 0, Platform::CharWriter::LineEnd::lf));
     const bool done = exportTo(target, key, u"", 0, printErrors ? printer : nullptr);
     printer->flush();
-    return {done, exported(target->bytes()), printErrors ? errors->text() : logged.text()};
+    return {done, utf16ToUtf8(target->text()), printErrors ? errors->text() : logged.text()};
 }
 
 TEST(Export, SmallTreeInEachModeAndWithPrefixes) {
@@ -88,7 +79,7 @@ TEST(Export, SmallTreeInEachModeAndWithPrefixes) {
         std::string expected =
             test.head + "[" + test.top + "]\r\n" + (test.options & 2 ? binary : readable) + rest;
         for (const char* below : {"\\B", "\\B\\c/d", "\\E"}) expected += "[" + test.top + below + "]\r\n\r\n";
-        EXPECT_EQ(exported(target->bytes()), expected);
+        EXPECT_EQ(utf16ToUtf8(target->text()), expected);
     }
 }
 
@@ -264,7 +255,7 @@ TEST(Export, GivesEveryKeyAndValueThatIsThereAllTheTime) {
         });
         EXPECT_TRUE(exportTo(target, opened.root));
         std::string names;
-        const std::string all = exported(target->bytes());
+        const std::string all = utf16ToUtf8(target->text());
         for (const char* name : {"\"1\"", "\"2\"", "\"3\"", "\"4\"", "\\b]", "\\m]", "\\n]", "\\z]"})
             if (all.find(name) != std::string::npos) names += name;
         EXPECT_EQ(names, create ? "\"1\"\"2\"\"3\"\"4\"\\b]\\m]\\n]\\z]" : "\"1\"\"3\"\\b]\\z]");

@@ -2,10 +2,10 @@
 #include <functional>
 #include <sstream>
 
-#include "regfile/regfileutil.h"
 #include "regfile/util.h"
 #include "tests/hive/openedhive.h"
 #include "tests/support/failingstripe.h"
+#include "tests/support/regtext.h"
 
 using namespace HiveTest;
 using namespace std::literals;
@@ -41,23 +41,14 @@ Outcome importText(const Ref<RegistryHive>& hive, const std::string& body, bool 
     return importFrom(hive, source, print, prefix);
 }
 
-std::vector<u8> exported(const Ref<Key>& key, u32 options = 0) {
-    const auto target = makeRef<MemoryStripe>();
-    EXPECT_TRUE(RegFileUtil::exportRegFile(key, Ref<Interfaces::Stripe>(target), text(u""),
-                                           static_cast<RegFileUtil::ExportOptions>(options), nullptr, false));
-    return target->bytes();
-}
-
 /// What lies below the root, as export text without its head, with "\n" for line ends and no separators in
 /// front of sections.
 std::string treeOf(const OpenedHive& hive) {
-    const auto bytes = exported(hive.root);
-    std::u16string units;
-    for (u64 i = 0; i + 1 < bytes.size(); i += 2) {
-        const auto unit = static_cast<char16_t>(bytes[i] | bytes[i + 1] << 8);
-        if (unit != u'\r' && (unit != u'\\' || !units.ends_with(u"\n["))) units += unit;
-    }
-    return utf8(text(units.substr(units.find(u"[]\n\n") + 4)));
+    const std::string whole = utf16ToUtf8(exportText(hive.root));
+    std::string tree = "\n";
+    for (const char byte : whole.substr(whole.find("[\\]") + 7))
+        if (byte != '\r' && (byte != '\\' || !tree.ends_with("\n["))) tree += byte;
+    return tree.substr(1);
 }
 
 std::string countsOf(const ImportCounts& counts) {
@@ -395,14 +386,14 @@ TEST(Import, RoundTripGivesTheSameTextAndAgainChangesNothing) {
     const OpenedHive source(builder);
     for (const u32 options : {u32{RegFileUtil::exportDefault}, u32{RegFileUtil::exportBinaryOnly}})
         for (const u32 minor : {3u, 5u}) {
-            const std::vector<u8> text = exported(source.root, options);
+            const std::string text = exportText(source.root, options);
             OpenedHive hive(minor);
             for (const bool again : {false, true}) {
                 const std::vector<u8> before = hive.file();
                 const Outcome outcome = importFrom(hive.hive, makeRef<MemoryStripe>(text));
                 EXPECT_TRUE(outcome.done) << outcome.errors;
                 EXPECT_EQ(countsOf(outcome.counts), again ? "+0 -0 =13 -0" : "+3 -0 =13 -0");
-                EXPECT_TRUE(exported(hive.root, options) == text) << minor << again;
+                EXPECT_TRUE(exportText(hive.root, options) == text) << minor << again;
                 EXPECT_EQ(before == hive.file(), again) << "the same text again must change nothing";
             }
             hive.expectSound();
