@@ -1,15 +1,16 @@
 // A hive file that another process truncates or overwrites while it is open.
 
-#include "regfile/regfileutil.h"
 #include "regfile/util.h"
 #include "tests/hive/openedhive.h"
+#include "tests/support/reading.h"
+#include "tests/support/regtext.h"
 #include "tests/support/tempdir.h"
 
 using namespace HiveTest;
 
 namespace {
 
-constexpr u32 MOST_STEPS = 20000;  // the hive has fewer than 200 keys and values
+constexpr u64 MOST_ENTRIES = 20000;  // the hive has fewer than 200 keys and values
 
 HiveBuilder builtHive() {
     HiveBuilder builder(5);
@@ -20,21 +21,6 @@ HiveBuilder builtHive() {
     const ValuePlan large{.name = u"large", .data = patternBytes(100000)};
     builder.build({.keys = {many, {.name = u"other", .values = {large}}}});
     return builder;
-}
-
-/// Reads whatever can be read; the steps it took.
-u32 walk(const Ref<Key>& key, u32 steps = 0) {
-    if (!key || steps > MOST_STEPS) return steps;
-    const auto values = key->valueIterator();
-    for (u32 left = values->count(); left > 0 && ++steps < MOST_STEPS; --left)
-        if (const auto value = values->next()) {
-            std::vector<u8> data(std::min(value->size(), 200000U));
-            value->read(Interfaces::ShPtr(data.data()), 0, static_cast<u32>(data.size()));
-        }
-    const auto keys = key->keyIterator();
-    for (u32 left = keys->count(); left > 0 && ++steps < MOST_STEPS; --left)
-        steps = walk(keys->next(), steps);
-    return steps;
 }
 
 void change(const Ref<HiveFile>& hive) {
@@ -81,12 +67,6 @@ void apply(const Damage& damage, const std::string& path, std::vector<u8> bytes)
         .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
-bool exports(const Ref<Key>& key) {
-    const auto target = Platform::makeRef<MemoryStripe>();
-    return RegFileUtil::exportRegFile(key, Ref<Interfaces::Stripe>(target), text(u""),
-                                      RegFileUtil::exportBinaryOnly, nullptr, false);
-}
-
 enum class Loaded { nothing, root, all };
 
 class ChangedFile : public testing::TestWithParam<u32> {
@@ -97,15 +77,16 @@ class ChangedFile : public testing::TestWithParam<u32> {
         const auto hive = HiveFile::open(String::fromUtf8(_path), GetParam(), HiveFile::hiveCodepageLatin1);
         ASSERT_TRUE(hive);
         const Ref<Key> held = loaded == Loaded::nothing ? nullptr : hive->root();
-        if (loaded == Loaded::all) walk(held);
+        if (loaded == Loaded::all) Reading all(*hive);
         apply(damage, _path, _file);
 
         Platform::Error::set(0);
         const Ref<Key> root = hive->root();
         EXPECT_EQ(bool(root), damage.from > 1 || loaded != Loaded::nothing);
         EXPECT_TRUE(root || Platform::Error::get() != 0);
-        EXPECT_LT(walk(root), MOST_STEPS);
-        const bool complete = root && exports(root);
+        EXPECT_LT(Reading(*hive).entries(), MOST_ENTRIES);
+        bool complete = false;
+        if (root) exportText(root, RegFileUtil::exportBinaryOnly, &complete);
         EXPECT_FALSE(complete && damage.from <= 1 && loaded != Loaded::all);
         if (GetParam() & HiveFile::modeReadOnly) return;
         change(hive);

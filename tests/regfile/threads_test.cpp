@@ -1,64 +1,47 @@
 // One hive used by several threads. Meant for ThreadSanitizer, which must find nothing.
 
 #include <cstdlib>
+#include <deque>
 #include <random>
 #include <thread>
 
 #include "regfile/util.h"
 #include "regfile/valueedit.h"
 #include "tests/hive/openedhive.h"
+#include "tests/support/regtext.h"
 
 using namespace HiveTest;
 
 namespace {
 
-/// Forty subkeys, each with a value in fragments and a number; more in all than the cache holds.
-KeyPlan branch(const char16_t* name, u32 seed) {
-    KeyPlan plan{.name = name};
-    for (u32 i = 0; i < 40; ++i)
-        plan.keys.push_back(
-            {.name = {static_cast<char16_t>(u'A' + i / 10), static_cast<char16_t>(u'0' + i % 10)},
-             .values = {{u"big", 3, patternBytes(20000 + i, seed + i)},
-                        {u"number", 4, numberBytes(seed * 100 + i)}}});
-    return plan;
-}
-
-/// Reads a branch by name and by iteration, again and again; whether all was right.
-bool readBranch(const Ref<Key>& key, const KeyPlan& plan) {
-    for (int again = 0; again < 3; ++again) {
-        const auto iterator = key->keyIterator();
-        for (const KeyPlan& expected : plan.keys) {
-            const auto sub = key->key(text(expected.name));
-            if (!sub || key->key(text(u"missing")) || iterator->next() != sub) return false;
-            const auto big = sub->value(text(u"BIG"));
-            const auto number = sub->value(text(u"Number"));
-            if (!big || !number || numberBytes(number->number()) != expected.values[1].data) return false;
-            std::vector<u8> data(big->size());
-            if (big->read(data.data(), 0, big->size()) != data.size() || data != expected.values[0].data)
-                return false;
-        }
-        if (iterator->next()) return false;
-    }
-    return true;
-}
-
-TEST(HiveThreads, ReadOneHiveThroughDifferentKeysAndTheSame) {
-    const KeyPlan left = branch(u"Left", 1);
-    const KeyPlan right = branch(u"Right", 2);
+/// More data than the cache holds, read by iteration and by name, with and without hbins.
+TEST(HiveThreads, ReadOneHiveThroughTheSameKeysAndOthers) {
+    KeyPlan plan;
+    for (u32 i = 0; i < 80; ++i)
+        plan.keys.push_back({.name = std::u16string(numbered(i)->view()),
+                             .values = {{u"big", 3, patternBytes(20000, i)}, {u"n", 4, numberBytes(i)}}});
     HiveBuilder builder;
     builder.setHbinSize(73 * 4096);
     builder.allocate(20000);
-    builder.build({.keys = {left, right}});
-    for (const u32 mode : {u32{HiveFile::modeReadWrite}, HiveFile::modeReadOnly | HiveFile::modeUnsafe}) {
+    builder.build(plan);
+    const std::string whole = exportText(OpenedHive(builder).root);
+    for (const u32 mode : {u32{HiveFile::modeReadWrite}, u32{HiveFile::modeReadOnly},
+                           HiveFile::modeReadOnly | HiveFile::modeUnsafe}) {
         const OpenedHive opened(builder, mode);
-        const Ref<Key> shared = opened.key(u"Left");
-        bool right1 = false, right2 = false, right3 = false;
-        std::thread first([&] { right1 = readBranch(opened.hive->path(text(u"Left")), left); });
-        std::thread second([&] { right2 = readBranch(opened.hive->path(text(u"Right")), right); });
-        std::thread third([&] { right3 = readBranch(shared, left); });
-        const bool right4 = readBranch(shared, left);
-        for (std::thread* thread : {&first, &second, &third}) thread->join();
-        EXPECT_TRUE(right1 && right2 && right3 && right4) << mode;
+        std::vector<std::thread> threads;
+        for (u32 thread = 0; thread < 4; ++thread)
+            threads.emplace_back([&, thread] {
+                for (u32 again = 0; again < 2; ++again) {
+                    for (u32 i = 0; i < 80; ++i) {
+                        const KeyPlan& expected = plan.keys[(i + 40 * thread) % 80];
+                        const auto key = opened.root->key(text(expected.name));
+                        ASSERT_TRUE(key && key->value(text(u"N"))->number() == (i + 40 * thread) % 80);
+                        ASSERT_FALSE(key->key(text(u"missing")) || key->value(text(u"missing")));
+                    }
+                    EXPECT_TRUE(exportText(opened.root) == whole) << mode;
+                }
+            });
+        for (std::thread& thread : threads) thread.join();
     }
 }
 
@@ -91,9 +74,14 @@ struct SharedModel {
 class Worker {
  public:
     Worker(Ref<HiveFile> hive, u32 number, SharedModel& shared)
-        : _hive(std::move(hive)), _number(number), _shared(shared), _random(number) {}
-
-    static std::u16string branchName(u32 number) { return {u'b', static_cast<char16_t>(u'0' + number)}; }
+        : _hive(std::move(hive)), _number(number), _shared(shared), _random(number) {
+        const Ref<Key> own = _hive->root()->createKey(text(branchName(number)));
+        for (u32 i = 0; i < FIXED; ++i) {
+            const std::u16string name{u'x', u'a', static_cast<char16_t>(u'0' + i)};
+            EXPECT_TRUE(own->createKey(text(name)));
+            _keys[name];
+        }
+    }
 
     void run(std::chrono::steady_clock::time_point end) {
         while (std::chrono::steady_clock::now() < end && !testing::Test::HasFailure()) {
@@ -122,6 +110,7 @@ class Worker {
  private:
     using Values = std::map<std::u16string, std::vector<u8>>;
 
+    static std::u16string branchName(u32 number) { return {u'b', static_cast<char16_t>(u'0' + number)}; }
     u32 below(u64 bound) { return static_cast<u32>(_random() % bound); }
     std::u16string name(char16_t kind, u32 count) {
         const u32 number = below(count);
@@ -282,38 +271,24 @@ class Worker {
     SharedModel& _shared;
     std::mt19937 _random;
     std::map<std::u16string, Values> _keys;  // in the order of the list, names being of one case
-
-    friend void prepare(const Ref<HiveFile>& hive, std::vector<std::unique_ptr<Worker>>& workers);
 };
-
-/// The shared branch, and what never goes in each worker's own.
-void prepare(const Ref<HiveFile>& hive, std::vector<std::unique_ptr<Worker>>& workers) {
-    const Ref<Key> shared = hive->root()->createKey(text(u"shared"));
-    ASSERT_TRUE(shared->createValue(text(u"sum"), Value::valueDword)->setNumber(0));
-    ASSERT_TRUE(shared->createValue(text(u"letters"), Value::valueString));
-    for (const auto& worker : workers) {
-        const Ref<Key> own = hive->root()->createKey(text(Worker::branchName(worker->_number)));
-        for (u32 i = 0; i < FIXED; ++i) {
-            const std::u16string name{u'x', u'a', static_cast<char16_t>(u'0' + i)};
-            ASSERT_TRUE(own->createKey(text(name)));
-            worker->_keys[name];
-        }
-    }
-}
 
 void stress(u32 minor, std::chrono::milliseconds time) {
     OpenedHive hive(minor);
     SharedModel shared;
-    std::vector<std::unique_ptr<Worker>> workers;
-    for (u32 i = 0; i < THREADS; ++i) workers.push_back(std::make_unique<Worker>(hive.hive, i, shared));
-    prepare(hive.hive, workers);
+    Ref<Key> both = hive.root->createKey(text(u"shared"));
+    ASSERT_TRUE(both->createValue(text(u"sum"), Value::valueDword)->setNumber(0));
+    ASSERT_TRUE(both->createValue(text(u"letters"), Value::valueString));
+    std::deque<Worker> workers;
+    for (u32 i = 0; i < THREADS; ++i) workers.emplace_back(hive.hive, i, shared);
+    both.reset();
     hive.root.reset();
     const auto end = std::chrono::steady_clock::now() + time;
     std::vector<std::thread> threads;
-    for (const auto& worker : workers) threads.emplace_back([&worker, end] { worker->run(end); });
+    for (Worker& worker : workers) threads.emplace_back([&worker, end] { worker.run(end); });
     for (std::thread& thread : threads) thread.join();
     hive.reopen();
-    for (const auto& worker : workers) worker->compare(hive.hive);
+    for (Worker& worker : workers) worker.compare(hive.hive);
     const Ref<KeyObj> branch = hive.key(u"shared");
     EXPECT_EQ(branch->value(text(u"sum"))->number(), shared.additions);
     for (u32 i = 0; i < SHARED; ++i)
