@@ -1,5 +1,3 @@
-#include <functional>
-#include <utility>
 
 #include "tests/hive/openedhive.h"
 #include "tests/support/failingstripe.h"
@@ -28,8 +26,7 @@ Result exportKey(const Ref<Key>& key, bool printErrors = false) {
     const auto target = makeRef<MemoryStripe>();
     const auto errors = makeRef<MemoryStripe>();
     LogCapture logged;
-    const auto printer = Platform::CharPrinter::create(
-        Platform::CharWriter::create(errors, 0, Platform::CharWriter::LineEnd::lf));
+    const auto printer = printerTo(errors);
     const bool done = exportTo(target, key, u"", 0, printErrors ? printer : nullptr);
     printer->flush();
     return {done, utf16ToUtf8(target->text()), printErrors ? errors->text() : logged.text()};
@@ -221,19 +218,6 @@ TEST(Export, TargetThatFailsMakesItFail) {
             }
 }
 
-/// Runs something when it is first written to.
-class MeddlingStripe final : public MemoryStripe {
- public:
-    explicit MeddlingStripe(std::function<void()> meddle) : _meddle(std::move(meddle)) {}
-
- private:
-    void store(u64 position, const u8* source, u64 bytes) override {
-        if (const auto meddle = std::exchange(_meddle, nullptr)) meddle();
-        MemoryStripe::store(position, source, bytes);
-    }
-    std::function<void()> _meddle;
-};
-
 // Regression: with a count taken at the start, a key created during the walk pushed the last one out.
 TEST(Export, GivesEveryKeyAndValueThatIsThereAllTheTime) {
     for (const bool create : {true, false}) {
@@ -244,7 +228,8 @@ TEST(Export, GivesEveryKeyAndValueThatIsThereAllTheTime) {
         builder.build(tree);
         const OpenedHive opened(builder, HiveFile::modeReadWrite);
         const Ref<Key> first = opened.root->key(0);
-        const auto target = makeRef<MeddlingStripe>([&] {
+        const auto target = makeRef<MemoryStripe>();
+        target->interrupt = [&] {
             if (create) {
                 EXPECT_TRUE(opened.root->createKey(text(u"n")) &&
                             first->createValue(text(u"4"), Value::valueBinary));
@@ -252,7 +237,7 @@ TEST(Export, GivesEveryKeyAndValueThatIsThereAllTheTime) {
                 EXPECT_TRUE(opened.root->deleteKey(opened.root->key(text(u"m"))) &&
                             first->deleteValue(first->value(text(u"2"))));
             }
-        });
+        };
         EXPECT_TRUE(exportTo(target, opened.root));
         std::string names;
         const std::string all = utf16ToUtf8(target->text());

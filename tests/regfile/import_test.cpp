@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <functional>
 #include <sstream>
 
 #include "regfile/util.h"
@@ -21,8 +20,7 @@ struct Outcome {
 Outcome importFrom(const Ref<RegistryHive>& hive, const Ref<Interfaces::Stripe>& source, bool print = true,
                    const char16_t* prefix = u"") {
     const auto errors = makeRef<MemoryStripe>();
-    const auto printer = Platform::CharPrinter::create(
-        Platform::CharWriter::create(errors, 0, Platform::CharWriter::LineEnd::lf));
+    const auto printer = printerTo(errors);
     LogCapture logged;
     Outcome outcome;
     outcome.done = RegFileUtil::importRegFile(hive, source, text(prefix), print ? printer : nullptr, true,
@@ -279,38 +277,20 @@ TEST(Import, AppliesSectionsAndValues) {
         }
 }
 
-/// A text during whose reading something else happens.
-class InterruptedText final : public TestStripe {
- public:
-    InterruptedText(std::string bytes, std::function<void()> interrupt)
-        : TestStripe(1, bytes.size()), _bytes(std::move(bytes)), _interrupt(std::move(interrupt)) {}
-
- private:
-    u64 byteCount() const override { return _bytes.size(); }
-    void load(u64 position, u8* destination, u64 bytes) override {
-        if (position > 0 && position < _bytes.size()) _interrupt();
-        std::copy_n(_bytes.begin() + static_cast<std::ptrdiff_t>(position), bytes, destination);
-    }
-    void store(u64, const u8*, u64) override {}
-    void resize(u64) override {}
-
-    const std::string _bytes;
-    const std::function<void()> _interrupt;
-};
-
 TEST(Import, KeysOfTheSectionBeforeMayGoOrBeRenamed) {
     const std::string pause = ";" + std::string(70000, ' ') + "\n";
     for (const bool renamed : {false, true})
         for (const char* section : {"[A\\B]\n", "[A\\B\\C]\n"}) {
             OpenedHive hive(5);
-            const auto change = [&] {
+            const auto source =
+                makeRef<MemoryStripe>("\xEF\xBB\xBFv\n[A\\B\\C]\n" + pause + section + "@=\"x\"\n");
+            source->interruptAt = 1;
+            source->interrupt = [&] {
                 const u32 code = Platform::Error::get();
                 const auto a = hive.root->key(text(u"A")), b = a->key(text(u"B"));
                 EXPECT_TRUE(renamed ? a->move(b, text(u"D")) : Util::recursiveKeyDelete(a, b));
                 Platform::Error::set(code);  // not of the reading
             };
-            const auto source = makeRef<InterruptedText>(
-                "\xEF\xBB\xBFv\n[A\\B\\C]\n" + pause + section + "@=\"x\"\n", change);
             const Outcome outcome = importFrom(hive.hive, source);
             EXPECT_TRUE(outcome.done) << outcome.errors;
             const bool deep = std::string_view(section).find('C') != std::string_view::npos;

@@ -9,11 +9,15 @@ using Platform::CharWriter;
 using Platform::SysLogFilter;
 using Platform::SysLogStream;
 
+Ref<CharPrinter> printerTo(const Ref<MemoryStripe>& store) {
+    return CharPrinter::create(CharWriter::create(store, 0, CharWriter::LineEnd::lf));
+}
+
 LogCapture::LogCapture(u32 level)
     : _oldLevel(SysLogFilter::level()),
       _oldPrinter(SysLogStream::stdOutPrinter()),
       _store(Platform::makeRef<MemoryStripe>()),
-      _printer(CharPrinter::create(CharWriter::create(_store, 0, CharWriter::LineEnd::lf))) {
+      _printer(printerTo(_store)) {
     SysLogStream::redirect(_printer);
     SysLogFilter::setLevel(level);
 }

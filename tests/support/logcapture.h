@@ -8,6 +8,9 @@
 
 namespace HiveTest {
 
+/// Prints UTF-8 with lines ended by "\n".
+Ref<Platform::CharPrinter> printerTo(const Ref<MemoryStripe>& store);
+
 /// Catches all log lines for the length of a scope, then puts the level and the printer back as they were.
 /// Read it only when no other thread logs.
 class LogCapture {

@@ -17,6 +17,7 @@ u64 TestStripe::seek(u64 position) {
 
 u64 TestStripe::read(ShPtr destination, u64 count, u32) {
     ++counters.reads;
+    transfer();
     const u64 left = elementCount() - std::min(_position, elementCount());  // it may have shrunk meanwhile
     const u64 taken = std::min({count, left, mostAtOnce});
     load(_position * _elementSize, destination.address(), taken * _elementSize);
@@ -27,6 +28,7 @@ u64 TestStripe::read(ShPtr destination, u64 count, u32) {
 
 u64 TestStripe::write(ShPtr source, u64 count, u32) {
     ++counters.writes;
+    transfer();
     const u64 most = std::max(_maxCount, elementCount());
     const u64 given = std::min(count, most - std::min(_position, most));
     if (given < count) Error::setSystem(ENOSPC);

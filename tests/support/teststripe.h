@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+#include <utility>
 #include <vector>
 
 #include "platform/interfaces/stripe.h"
@@ -30,6 +32,9 @@ class TestStripe : public Platform::Object, public virtual Interfaces::Stripe {
 
     /// The most elements that one call to `read` hands over.
     u64 mostAtOnce = ~u64{0};
+    /// Run once, before the first transfer from element `interruptAt` on.
+    std::function<void()> interrupt = {};
+    u64 interruptAt = 0;
 
     /// The most elements the store may grow to; growing further fails with ENOSPC.
     void setMaxElementCount(u64 count) { _maxCount = count; }
@@ -58,6 +63,11 @@ class TestStripe : public Platform::Object, public virtual Interfaces::Stripe {
     virtual void resize(u64 bytes) = 0;
 
  private:
+    void transfer() {
+        if (_position < interruptAt) return;
+        if (const auto now = std::exchange(interrupt, nullptr)) now();
+    }
+
     u32 _elementSize;
     u64 _maxCount;
     u64 _position = 0;
