@@ -190,6 +190,12 @@ TEST(Allocation, WritesInsideRecordBodiesOnly) {
     }
     for (const auto& [hbin, from] : {std::pair(1u, 0u), {0u, 4093u}, {0u, 0xFFFFFFFEu}})
         EXPECT_FALSE(hive->writeHBIN(hbin, from, bytes.data(), 4)) << from;
+    store->setMaxElementCount(wanted.size());
+    for (const u32 size : {4096u, 900000u}) {
+        Error::set(0);
+        EXPECT_EQ(hive->allocateRecord(size, nullptr), INVALID_RECORD) << "where the store cannot grow";
+        EXPECT_EQ(Error::get(), ErrorCode::allocationFailed);
+    }
     EXPECT_TRUE(store->bytes() == wanted);
 }
 

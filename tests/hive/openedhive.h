@@ -30,9 +30,7 @@ inline std::string utf8(const Ref<String>& string) {
 
 /// "k" and six digits: sorted like the numbers.
 inline Ref<String> numbered(u32 number) {
-    std::string digits = std::to_string(1000000 + number);
-    digits[0] = 'k';
-    return String::from8(digits);
+    return text(u'k' + digits(1000000 + number).substr(1));
 }
 
 /// The error code that an operation leaves, 0 when it succeeds.

@@ -160,29 +160,4 @@ TEST_P(FaultSweep, EveryAllocation) {
 
 INSTANTIATE_TEST_SUITE_P(All, FaultSweep, testing::ValuesIn(cases()), nameOf);
 
-TEST(FullStore, RefusesToGrowAndKeepsWhatThereIs) {
-    for (const u32 minor : {3u, 5u})
-        for (const u32 mode : modes) {
-            FaultSession session(faultStart(minor), mode);
-            session.store->setMaxElementCount(session.store->bytes().size());
-            session.held = session.key(u"changed");
-            for (const u32 size : {1000000u, 900000u}) {
-                Platform::Error::set(0);
-                EXPECT_NE(session.held->value(text(u"v3"))->size(size), size);
-                EXPECT_EQ(Platform::Error::get(), ErrorCode::allocationFailed);
-                EXPECT_EQ(session.held->value(text(u"v3"))->size(), 5000u);
-            }
-            u32 number = 0;  // until the last cell is taken
-            while (session.held->createValue(
-                text(std::u16string(200, u'n') + static_cast<char16_t>(0x4E00 + ++number)), Value::valueNone))
-                ASSERT_LT(number, 5000u);
-            EXPECT_EQ(Platform::Error::get(), ErrorCode::allocationFailed);
-            EXPECT_TRUE(session.hive->flush());
-            session.close();
-            session.open();
-            session.checkKept("reopened");
-            EXPECT_EQ(session.key(u"changed")->value(text(u"v3"))->size(), 5000u);
-        }
-}
-
 }  // namespace

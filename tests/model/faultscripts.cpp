@@ -13,10 +13,7 @@ using Name = std::u16string;
 
 std::vector<KeyPlan> numberedKeys(u32 count) {
     std::vector<KeyPlan> keys;
-    for (u32 i = 0; i < count; ++i) {
-        const std::string digits = std::to_string(10000 + i);
-        keys.push_back({.name = Name(digits.begin(), digits.end())});
-    }
+    for (u32 i = 0; i < count; ++i) keys.push_back({.name = digits(10000 + i)});
     return keys;
 }
 
@@ -84,22 +81,19 @@ void changeValues(FaultSession& session) {
     for (const ValuePlan& value : valuesOfEveryForm())
         session.expect(value.name, u"", holds(value.name, value.data));
     if (!session.held) session.held = session.key(u"changed");
-    const auto resize = [&](const Name& name, u32 size) {
+    const auto put = [&](bool created, const Name& name, u32 size) {
         const auto data = patternBytes(size, size);
-        session.apply(
-            {name}, u"", false, [&] { return put(session.held->value(text(name)), data); },
-            holds(name, data));
-    };
-    const auto create = [&](const Name& name) {
-        const auto data = patternBytes(8);
         session.apply(
             {name}, u"", false,
             [&] {
-                return session.held->createValue(text(name), Value::valueQword) &&
-                       put(session.held->value(text(name)), data);
+                return HiveTest::put(created ? session.held->createValue(text(name), Value::valueQword)
+                                             : session.held->value(text(name)),
+                                     data);
             },
             holds(name, data));
     };
+    const auto create = [&](const Name& name) { put(true, name, 8); };
+    const auto resize = [&](const Name& name, u32 size) { put(false, name, size); };
     create(u"new");
     resize(u"v0", 100);
     session.churn(u"0123");

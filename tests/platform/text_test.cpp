@@ -7,7 +7,6 @@
 #include "platform/system/error.h"
 #include "platform/text/reader.h"
 #include "platform/text/writer.h"
-#include "tests/support/failingstripe.h"
 #include "tests/support/memorystripe.h"
 
 using namespace Platform;
@@ -93,11 +92,6 @@ TEST(TextReader, SequencesMayLieAcrossBlockBorders) {
     // A cut at the border is no reason to take the first block for UTF-16.
     const std::string cut = std::string(block - 1, 'a') + "\xC3\xA4";
     EXPECT_TRUE(readAll(storeOf(cut), Encoding::utf16Le) == Units(block - 1, u'a') + u"\u00E4");
-    // However oddly the store hands its bytes over, units stay whole.
-    Units units;
-    for (u32 i = 0; i < 100000; ++i) units.push_back(static_cast<char16_t>(i * 7919));
-    for (const u64 step : {u64{1}, u64{4095}, ~u64{0}})
-        EXPECT_TRUE(readAll(storeOf("\xFF\xFE" + utf16(units), step), Encoding::utf8, 8191) == units) << step;
 }
 
 TEST(TextWriter, WritesEachEncodingFromTheStripesPositionOn) {
@@ -248,18 +242,6 @@ TEST(IniParser, SplitsTextByItsRules) {
             const std::string end = test.failing ? "" : std::to_string(told.line) + " end|";
             EXPECT_EQ(told.events, test.events + end) << test.text;
         }
-}
-
-/// However far the text can be read, no piece of a line is taken for a line.
-TEST(IniParser, StopsWhereTheTextCannotBeRead) {
-    const std::string text = "v\n[s]\n@=hex:01,\\\n02\n@=\"x\"\n";
-    for (u64 failAt = 0; failAt < text.size(); ++failAt) {
-        const auto failing = makeRef<FailingStripe>(storeOf(text, 1));
-        failing->failAt(failAt, FailingStripe::reads, true);
-        const Told told = parse(failing);
-        EXPECT_EQ(told.result, IniParser::unreadable) << failAt;
-        EXPECT_TRUE(parse(storeOf(text)).events.starts_with(told.events)) << failAt << " " << told.events;
-    }
 }
 
 TEST(IniParser, LongLinesTakeLinearTime) {

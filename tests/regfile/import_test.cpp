@@ -213,12 +213,9 @@ TEST(Import, NeedsAllItsArgumentsAsTheExportDoes) {
     const auto readFrom = [&](const Ref<RegistryHive>& into, const auto& source, const Ref<String>& head) {
         return errorOf([&] { return RegFileUtil::importRegFile(into, source, head, nullptr, false); });
     };
-    const std::vector<u32> errors = {
-        writeTo(nullptr, path, prefix),    writeTo(root, noText, prefix),    writeTo(root, path, noText),
-        writeTo(nullptr, stripe, prefix),  writeTo(root, noStripe, prefix),  writeTo(root, stripe, noText),
-        readFrom(nullptr, path, prefix),   readFrom(hive, noText, prefix),   readFrom(hive, path, noText),
-        readFrom(nullptr, stripe, prefix), readFrom(hive, noStripe, prefix), readFrom(hive, stripe, noText)};
-    EXPECT_EQ(errors, std::vector<u32>(errors.size(), 0x8445));
+    for (const u32 error : {writeTo(nullptr, path, prefix), writeTo(root, noStripe, prefix),
+                            readFrom(hive, noText, prefix), readFrom(hive, stripe, noText)})
+        EXPECT_EQ(error, 0x8445u);
     constexpr u32 missing = 0x20000 + ENOENT;
     EXPECT_EQ(writeTo(root, path, prefix), missing);
     EXPECT_EQ(readFrom(hive, path, prefix), missing);

@@ -92,10 +92,7 @@ TEST(BigHive, ReadingAPathOfOneGibibyteTakesLittleMemory) {
 
 /// A hive of `parents` times 50 keys with 20 values each.
 void writeWideHive(const std::string& path, u32 parents) {
-    const auto name = [](u32 number) {
-        const std::string digits = std::to_string(100000 + number);
-        return std::u16string(digits.begin(), digits.end());
-    };
+    const auto name = [](u32 number) { return digits(100000 + number); };
     KeyPlan root;
     for (u32 i = 0; i < parents; ++i) {
         root.keys.push_back({.name = name(i)});

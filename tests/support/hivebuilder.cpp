@@ -39,6 +39,11 @@ ListKind listKind(const KeyPlan& plan, bool isV13) {
 
 }  // namespace
 
+std::u16string digits(u32 number) {
+    const std::string text = std::to_string(number);
+    return {text.begin(), text.end()};
+}
+
 std::vector<u8> numberBytes(u64 number, u32 bytes) {
     std::vector<u8> result;
     for (u32 i = 0; i < bytes; ++i) result.push_back(static_cast<u8>(number >> 8 * i));

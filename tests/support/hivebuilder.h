@@ -96,6 +96,8 @@ class HiveBuilder : public HiveImage {
     std::map<std::u16string, LaidKey> _keys;
 };
 
+/// A number in decimal.
+std::u16string digits(u32 number);
 /// Little-endian bytes of a number's low `bytes` bytes.
 std::vector<u8> numberBytes(u64 number, u32 bytes = 4);
 /// UTF-16LE bytes, without a terminator.

@@ -4,11 +4,6 @@ namespace HiveTest {
 
 namespace {
 
-std::u16string numbered(const char16_t* head, u32 number) {
-    const std::string digits = std::to_string(1000 + number);
-    return head + std::u16string(digits.begin(), digits.end());
-}
-
 /// Values of every type and storage form; `large` is the length of the biggest.
 std::vector<ValuePlan> variedValues(u32 large) {
     using namespace std::string_view_literals;
@@ -28,7 +23,8 @@ std::vector<ValuePlan> variedValues(u32 large) {
 
 KeyPlan deepTree(u32 depth) {
     KeyPlan key{.name = u"Bottom", .values = variedValues(100), .className = u"Deepest", .security = 2};
-    for (u32 i = 0; i < depth; ++i) key = {.name = numbered(u"Level", i), .keys = {key}, .security = i % 3};
+    for (u32 i = 0; i < depth; ++i)
+        key = {.name = u"Level" + digits(1000 + i), .keys = {key}, .security = i % 3};
     return key;
 }
 
@@ -46,7 +42,7 @@ struct Shape {
 /// class names, security records, free cells and hbins of several sizes.
 std::vector<u8> hiveOf(const Shape& shape) {
     KeyPlan folded{.name = u"Folded", .list = shape.list, .sublists = shape.sublists};
-    for (u32 i = 0; i < 40; ++i) folded.keys.push_back({.name = numbered(u"Key", i)});
+    for (u32 i = 0; i < 40; ++i) folded.keys.push_back({.name = u"Key" + digits(1000 + i)});
     const KeyPlan wide{
         .name = u"\u0416\u0443\u043A", .values = variedValues(30), .nameForm = NameForm::utf16};
     HiveBuilder hive(shape.minor);
