@@ -27,82 +27,66 @@ std::string shapeAt(OpenedHive& hive, u32 list) {
 TEST(ListShapes, GrowSplitAndShrink) {
     constexpr u32 root = 32, keyCount = root + 24, listField = root + 32;  // of a new hive
     struct Step {
-        int from, to, by;  // keys of these numbers come, or go when the shape begins with '-'
-        const char* shape;
+        bool come;
+        int from, to, by;        // keys of these numbers come or go
+        std::vector<int> lists;  // entries of each list record afterwards
     };
-    const struct {
-        u32 minor;
-        std::vector<Step> steps;
-    } cases[] = {
-        {3,
-         {{0, 1, 1, "lf1"},
-          {1, 400, 1, "lf400"},
-          {400, 401, 1, "li401"},
-          {401, 901, 1, "ri li450 li451"},
-          {0, 449, 1, "-ri li1 li451"},
-          {449, 450, 1, "-li451"},
-          {450, 901, 1, "-"},
-          {3, 4, 1, "lf1"}}},
-        {3,
-         {{0, 1350, 1, "ri li450 li900"},
-          {1350, 1351, 1, "ri li450 li450 li451"},
-          {1350, 899, -1, "-ri li450 li450"},
-          {899, 449, -1, "-li450"},
-          {449, -1, -1, "-"}}},
-        {3,
-         {{5000, 4100, -1, "li900"},
-          {4100, 4099, -1, "ri li451 li450"},
-          {4099, 3650, -1, "ri li900 li450"},
-          {3650, 3649, -1, "ri li451 li450 li450"}}},
-        {5,
-         {{0, 1, 1, "lh1"},
-          {1, 1200, 1, "lh1200"},
-          {1200, 1201, 1, "ri lh600 lh601"},
-          {1201, 1801, 1, "ri lh600 lh600 lh601"},
-          {600, 1199, 1, "-ri lh600 lh1 lh601"},
-          {1199, 1200, 1, "-ri lh600 lh601"},
-          {1800, 1199, -1, "-lh600"},
-          {0, 600, 1, "-"}}},
-        {5,
-         {{5000, 3799, -1, "ri lh601 lh600"},
-          {3799, 3200, -1, "ri lh1200 lh600"},
-          {3200, 3199, -1, "ri lh601 lh600 lh600"}}},
-        // An entry for the border between two sublists goes to the end of the first, also right after a
-        // split.
-        {3,
-         {{0, 9000, 10, "li900"},
-          {4495, 4496, 1, "ri li451 li450"},
-          {4496, 4497, 1, "ri li452 li450"},
-          {4501, 4502, 1, "ri li452 li451"},
-          {3, 4483, 10, "ri li900 li451"},
-          {4494, 4495, 1, "ri li450 li451 li451"}}},
-        {5,
-         {{0, 12000, 10, "lh1200"},
-          {5995, 5996, 1, "ri lh601 lh600"},
-          {5996, 5997, 1, "ri lh602 lh600"},
-          {6001, 6002, 1, "ri lh602 lh601"},
-          {3, 5983, 10, "ri lh1200 lh601"},
-          {5994, 5995, 1, "ri lh600 lh601 lh601"}}},
-    };
-    for (const auto& test : cases)
-        for (const bool reopened : {false, true}) {
-            OpenedHive hive(test.minor);
-            u32 count = 0;
-            for (const Step& step : test.steps) {
-                SCOPED_TRACE(testing::Message() << "1." << test.minor << " " << step.shape);
-                const bool removed = *step.shape == '-';
-                for (int i = step.from; i != step.to; i += step.by, count += removed ? 0u - 1 : 1) {
-                    const auto name = numbered(static_cast<u32>(i));
-                    ASSERT_TRUE(removed ? hive.root->deleteKey(hive.root->key(name))
-                                        : bool(hive.root->createKey(name)));
+    for (const auto& [minor, kind, most] : {std::tuple(3u, "li", 900), {5u, "lh", 1200}}) {
+        const int half = most / 2;
+        const std::vector<Step> cases[] = {
+            {{true, 0, 400, 1, {400}},
+             {true, 400, 401, 1, {401}},
+             {false, 0, 401, 1, {}},
+             {true, 3, 4, 1, {1}}},
+            // At the end; then the list in the middle goes, the last and the first.
+            {{true, 0, most, 1, {most}},
+             {true, most, most + 1, 1, {half, half + 1}},
+             {true, most + 1, 3 * half, 1, {half, most}},
+             {true, 3 * half, 3 * half + 1, 1, {half, half, half + 1}},
+             {false, half, most - 1, 1, {half, 1, half + 1}},
+             {false, most - 1, most, 1, {half, half + 1}},
+             {false, 3 * half, most, -1, {half, 1}},
+             {false, most, most - 1, -1, {half}},
+             {false, 0, half, 1, {}}},
+            // At the front; then the first list goes.
+            {{true, 5000, 5000 - most, -1, {most}},
+             {true, 5000 - most, 4999 - most, -1, {half + 1, half}},
+             {true, 4999 - most, 5000 - 3 * half, -1, {most, half}},
+             {true, 5000 - 3 * half, 4999 - 3 * half, -1, {half + 1, half, half}},
+             {false, 5000 - 3 * half, 5001 - most, 1, {half, half}}},
+            // An entry for the border between two sublists goes to the end of the first, also right after a
+            // split.
+            {{true, 0, 10 * most, 10, {most}},
+             {true, 10 * half - 5, 10 * half - 4, 1, {half + 1, half}},
+             {true, 10 * half - 4, 10 * half - 3, 1, {half + 2, half}},
+             {true, 10 * half + 1, 10 * half + 2, 1, {half + 2, half + 1}},
+             {true, 3, 10 * half - 17, 10, {most, half + 1}},
+             {true, 10 * half - 6, 10 * half - 5, 1, {half, half + 1, half + 1}}},
+        };
+        for (const auto& steps : cases)
+            for (const bool reopened : {false, true}) {
+                OpenedHive hive(minor);
+                u32 count = 0;
+                for (const Step& step : steps) {
+                    SCOPED_TRACE(testing::Message() << "1." << minor << " " << step.from << " " << step.to);
+                    for (int i = step.from; i != step.to; i += step.by, count += step.come ? 1 : 0u - 1) {
+                        const auto name = numbered(static_cast<u32>(i));
+                        ASSERT_TRUE(step.come ? bool(hive.root->createKey(name))
+                                              : hive.root->deleteKey(hive.root->key(name)));
+                    }
+                    const bool hints = minor == 3 && step.lists.size() == 1 && step.lists[0] <= 400;
+                    std::string shape = step.lists.size() > 1 ? "ri" : "";
+                    for (const int entries : step.lists)
+                        shape += (shape.empty() ? "" : " ") + std::string(hints ? "lf" : kind) +
+                                 std::to_string(entries);
+                    EXPECT_EQ(shapeAt(hive, hive.peek32(listField)), shape);
+                    EXPECT_EQ(hive.peek32(keyCount), count);
+                    EXPECT_TRUE(count || hive.peek32(listField) == 0);
+                    hive.expectSound();
+                    if (reopened) hive.reopen();
                 }
-                EXPECT_EQ(shapeAt(hive, hive.peek32(listField)), step.shape + removed);
-                EXPECT_EQ(hive.peek32(keyCount), count);
-                EXPECT_TRUE(count || hive.peek32(listField) == 0);
-                hive.expectSound();
-                if (reopened) hive.reopen();
             }
-        }
+    }
 }
 
 TEST(Trees, GoNoDeeperThanTheyCanBeReadBack) {
