@@ -67,6 +67,7 @@ class HbinCache {
     u32 add(u32 hbinIdx, u32 hbinSize, bool cameBack);
     /// The same for one that nobody has asked for, which is of no round. REQUIRES: its size <= spare().
     u32 addUnasked(u32 hbinIdx, u32 hbinSize);
+    u32 roundNumber() const { return _roundNumber; }
     bool isOfRound(u32 slot) const { return _entries[slot].round == _roundNumber; }
     /// Takes an hbin of an earlier round into this one. REQUIRES: its size <= room().
     void takeIntoRound(u32 slot);

@@ -74,6 +74,8 @@ class RegistryHiveObj final : public HiveFile, public Object {
     /// The used, or free, record at `offset` and the index of its hbin. Not in `modeUnsafe`.
     RecordView cacheLoadRecord(u32 offset, u32* hbinIdx, bool expectUnused);
 
+    /// The number of the cache's round: while it stays, what was looked at in it is at hand.
+    u32 cacheRound() const { return _cache.roundNumber(); }
     /// The used record at `offset` if it is at hand; else null, without a log line or an error code.
     RecordView peekRecord(u32 offset);
 

@@ -4,6 +4,7 @@
 
 #include "hive/errorcodes.h"
 #include "hive/hivelog.h"
+#include "hive/keys/keyobj.h"
 #include "hive/plainpath.h"
 #include "platform/iochar/stringutil.h"
 #include "regfile/util.h"
@@ -20,6 +21,20 @@ bool storable(const Ref<String>& name) {
     Error::set(ErrorCode::badKeyName);
     return false;
 }
+
+/// A key whose hive's monitor is held, so that what a search told goes on being true; of another kind of key
+/// nothing is known.
+class HeldKey {
+ public:
+    explicit HeldKey(const Ref<Key>& key) : _own(refCast<KeyObj>(key)) {
+        if (_own) _guard.emplace(_own->hive()->monitor());
+    }
+    KeyObj* own() const { return _own.get(); }
+
+ private:
+    const Ref<KeyObj> _own;
+    std::optional<MonGuard> _guard;
+};
 
 }  // namespace
 
@@ -150,9 +165,13 @@ bool RegFileImportHandler::isStep(const Step& step, std::u16string_view element)
 
 Ref<Key> RegFileImportHandler::openOrCreate(const Ref<Key>& key, const Ref<String>& name,
                                             std::u16string_view path) {
-    if (Ref<Key> child = key->key(name)) return child;
-    if (_verbose) note("Create new key: ", String::create(path));
-    Ref<Key> child = storable(name) ? key->createKey(name) : nullptr;
+    Ref<Key> child;
+    {
+        const HeldKey held(key);
+        if ((child = key->key(name))) return child;
+        if (_verbose) note("Create new key: ", String::create(path));
+        if (storable(name)) child = held.own() ? held.own()->createMissingKey(name) : key->createKey(name);
+    }
     if (child)
         ++_counts.keysCreated;
     else
@@ -216,15 +235,21 @@ Ref<Value> RegFileImportHandler::valueToSet(const Ref<String>& name, Value::Valu
     if (!assertCondition(bool(_current), "_current != 0",
                          "Libraries::Files::Hive::RegFileImportHandler::valueToSet"))
         return nullptr;
+    std::optional<HeldKey> held(_current);
     if (const Ref<Value> old = _current->value(name)) {
         if (old->type() == type) return old;
         _listUnsettled = true;
         if (!_current->deleteValue(old)) {
+            held.reset();
             fail({{"Failed to remove old value: ", name}}, {});
             return nullptr;
         }
     }
-    const Ref<Value> created = storable(name) ? _current->createValue(name, type) : nullptr;
+    Ref<Value> created;
+    if (storable(name))
+        created =
+            held->own() ? held->own()->createMissingValue(name, type) : _current->createValue(name, type);
+    held.reset();
     // The misspelling is what scripts that read import messages look for.
     if (!created) fail({{"Failed to craete value: ", name}, {" of type: ", nullptr, type}}, {});
     return created;

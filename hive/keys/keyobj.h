@@ -113,6 +113,11 @@ class HIVE_API KeyObj final : public Key, public Object {
     /// The same by looking at every subkey; on a miss `position` is 0xFFFFFFFF.
     Ref<KeyObj> linearFindKey(std::u16string_view name, u32* position);
 
+    /// `createKey` and `createValue` for a name that was not found by the search made last, under the same
+    /// hold of the monitor: it is not searched for again where that would tell and touch nothing new.
+    Ref<Key> createMissingKey(const Ref<String>& name);
+    Ref<Value> createMissingValue(const Ref<String>& name, Value::ValueType type);
+
     // Maintenance of the lists (valuelist.cpp, subkeymaintenance.cpp). Internal.
 
     /// Appends the value's record to the value list.
@@ -182,6 +187,7 @@ class HIVE_API KeyObj final : public Key, public Object {
     void setTopList(u32 cell);
     u32 indexOfKey(const Ref<KeyObj>& key, u32 skipIndex);
 
+    Ref<Key> createKeyAt(u32 position, const Ref<String>& name);
     u32 writeNewKey(const Ref<String>& name, SubkeyHash& hash);
     bool freeLists();
     bool canReceive(const Ref<KeyObj>& key) const;
@@ -207,10 +213,12 @@ class HIVE_API KeyObj final : public Key, public Object {
     u32 _valueListCell = 0;  // value list record, 0 when there is none
     u32 _depth;              // levels below the root
     const HiveFile::HiveCodepage _codepage;
+    u32 _missedAt = NO_INDEX;  // where the last search by name ended without finding and without a word
     KeyListType _listType = keyListLH;
     std::atomic<bool> _valid{false};
     bool _twoLevelList = false;
     bool _subkeysLoaded = false;
+    bool _valueMissed = false;  // as `_missedAt`, of values
     const bool _readOnly;
 };
 

@@ -6,21 +6,40 @@
 
 namespace Libraries::Files::Hive {
 
+namespace {
+
+Ref<Key> refused(u32 errorCode) {
+    Error::set(errorCode);
+    return nullptr;
+}
+
+}  // namespace
+
 Ref<Key> KeyObj::createKey(Ref<String> name) {
-    const auto refuse = [](u32 errorCode) {
-        Error::set(errorCode);
-        return Ref<Key>();
-    };
     const MonGuard guard(_hive->monitor());
+    _missedAt = NO_INDEX;
+    return createMissingKey(name);
+}
+
+Ref<Key> KeyObj::createMissingKey(const Ref<String>& name) {
+    u32 position = std::exchange(_missedAt, NO_INDEX);
     if (!canChange()) return nullptr;
-    if (!name) return refuse(ErrorCode::nullArgument);
+    if (!name) return refused(ErrorCode::nullArgument);
     if (!initSubkeys()) return nullptr;
-    if (name->length() > MAX_KEY_NAME_LENGTH) return refuse(ErrorCode::badKeyName);
-    if (_depth >= MAX_KEY_DEPTH) return refuse(ErrorCode::treeTooDeep);  // it could never be read back
-    u32 position = NO_INDEX;
-    if (binaryFindKey(name->view(), &position)) return refuse(ErrorCode::keyExists);
-    if (position == NO_INDEX) return refuse(ErrorCode::searchFailed);
-    if (!ensureFreeListPlace(position)) return refuse(ErrorCode::noListRoom);
+    if (name->length() > MAX_KEY_NAME_LENGTH) return refused(ErrorCode::badKeyName);
+    if (_depth >= MAX_KEY_DEPTH) return refused(ErrorCode::treeTooDeep);  // it could never be read back
+    if (position != NO_INDEX) {
+        Error::set(ErrorCode::noSuchKey);  // as the search would
+    } else {
+        if (binaryFindKey(name->view(), &position)) return refused(ErrorCode::keyExists);
+        if (position == NO_INDEX) return refused(ErrorCode::searchFailed);
+    }
+    return createKeyAt(position, name);
+}
+
+/// Makes the subkey and its entry in the list.
+Ref<Key> KeyObj::createKeyAt(u32 position, const Ref<String>& name) {
+    if (!ensureFreeListPlace(position)) return refused(ErrorCode::noListRoom);
     SubkeyHash hash{};
     const u32 cell = writeNewKey(name, hash);
     if (cell == INVALID_RECORD) return nullptr;

@@ -214,11 +214,16 @@ Ref<KeyObj> KeyObj::binaryFindKey(std::u16string_view name, u32* position) {
     constexpr auto function = "Libraries::Files::Hive::KeyObj::binaryFindKey";
     u32 unwanted = 0;
     u32& place = position ? *position : unwanted;
-    const auto missing = [&place](u32 insertAt) {
+    const u32 round = _hive->cacheRound();
+    bool saidNothing = !PLAIN_PATH;
+    const auto missing = [&](u32 insertAt) {
         place = insertAt;
         Error::set(ErrorCode::noSuchKey);
+        // Once more, all it looks at would be at hand.
+        if (saidNothing && _hive->cacheRound() == round) _missedAt = insertAt;
         return Ref<KeyObj>();
     };
+    _missedAt = NO_INDEX;
     if (_numOfKeys == 0) return missing(0);
     place = NO_INDEX;
     u32 min = 0;
@@ -241,6 +246,7 @@ Ref<KeyObj> KeyObj::binaryFindKey(std::u16string_view name, u32* position) {
         bool isEmpty = false;
         Ref<KeyObj> other;  // kept while a linear search may come by it again
         bool readable = listed && compareSubkey(mid, wanted, order, isEmpty, other);
+        if (other && !other->name()) saidNothing = false;
         const bool fallBack = readable && isEmpty && (_hive->mode() & HiveFile::modeLinearFallback);
         const bool found = readable && order == 0 && !fallBack;
         if (found) {

@@ -69,11 +69,13 @@ Ref<Value> KeyObj::value(Ref<String> name) {
     }
     const u32 nameHash = ValueRecord::hashOf(name->view());
     forgetChangedValues();
+    _valueMissed = !PLAIN_PATH;
     for (u32 i = 0; i < _numOfValues; ++i) {
         const bool listed = initValues();
         bool readable = listed;
         ValueRecord record;
         if (listed && !mayBeNamed(i, nameHash, record, readable)) continue;
+        _valueMissed = false;
         const Ref<ValueObj> candidate = readable ? openValue(i, record, name) : nullptr;
         if (!candidate || !candidate->valid()) {
             log(3, Channel::hive, "Failed to get value with index: ", i);
@@ -89,12 +91,20 @@ Ref<Value> KeyObj::value(Ref<String> name) {
 
 Ref<Value> KeyObj::createValue(Ref<String> name, Value::ValueType type) {
     const MonGuard guard(_hive->monitor());
+    _valueMissed = false;
+    return createMissingValue(name, type);
+}
+
+Ref<Value> KeyObj::createMissingValue(const Ref<String>& name, Value::ValueType type) {
+    const bool searched = std::exchange(_valueMissed, false);
     if (!canChange()) return nullptr;
     if (!name) {
         Error::set(ErrorCode::nullArgument);
         return nullptr;
     }
-    if (value(name)) {
+    if (searched) {
+        Error::set(ErrorCode::noSuchValue);  // as the search would
+    } else if (value(name)) {
         Error::set(ErrorCode::valueExists);
         return nullptr;
     }
@@ -151,6 +161,7 @@ bool KeyObj::linkValue(const Ref<ValueObj>& value) {
     if (!_hive->writeRecord(cell, &entry, valueListSize(count), sizeof(entry))) return false;
     _numOfValues += 1;
     const Ref<String> name = value->name();
+    if (_values.empty()) _values.reserve(4);  // mostly there are a few
     _values.push_back({value->recordOfs(), name ? ValueRecord::hashOf(name->view()) : 0, bool(name),
                        WeakRef<ValueObj>(value)});
     if (!syncValueList(cell)) return false;

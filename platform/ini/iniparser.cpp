@@ -37,7 +37,7 @@ std::optional<std::size_t> findEquals(std::u16string_view line) {
 
 /// Where the first CR or LF stands; the text's length when there is none.
 std::size_t findLineEnd(std::u16string_view text) {
-    constexpr std::size_t many = 32, few = 4;
+    constexpr std::size_t many = 16, few = 4;
     constexpr u64 ones = 0x0001000100010001;
     // What is above CR is no line end, and the other control characters hardly ever come.
     const auto mayEnd = [text](std::size_t at) {

@@ -62,17 +62,20 @@ class ReaderObj final : public Object, public Reader {
     void fillBytes();
     void begin();
     void decode();
+    void convert();
     void decodeUtf16();
 
     const Ref<Stripe> _stripe;
     Encoding _encoding;
     bool _begun = false;
-    bool _ended = false;  // the stripe has no more
-    u32 _error = 0;       // why it has no more, 0 for the end of the text
-    u64 _delivered = 0;   // units handed out
-    u64 _unitsPos = 0;    // first unit of _units not handed out
-    Utf16Buffer _units;   // decoded
-    CharBuffer _bytes;    // the block being decoded
+    bool _ended = false;   // the stripe has no more
+    u32 _error = 0;        // why it has no more, 0 for the end of the text
+    u64 _delivered = 0;    // units handed out
+    u64 _unitCount = 0;    // units decoded
+    u64 _unitsPos = 0;     // the first of them not handed out
+    bool _asItIs = false;  // they stand in _bytes, else in _units
+    Utf16Buffer _units;
+    CharBuffer _bytes;  // the block being decoded
     Utf8Decoder _utf8;
 };
 
@@ -84,12 +87,13 @@ u64 ReaderObj::read(ShPtr destination, u64 count, u32) {
     }
     u64 done = 0;
     while (done < count) {
-        if (_unitsPos == _units.size() && !fillUnits()) {
+        if (_unitsPos == _unitCount && !fillUnits()) {
             if (_error != 0) Error::set(_error);
             break;
         }
-        const u64 now = std::min<u64>(count - done, _units.size() - _unitsPos);
-        Mem::copy(to + done * sizeof(char16_t), _units.data() + _unitsPos, now * sizeof(char16_t));
+        const u64 now = std::min<u64>(count - done, _unitCount - _unitsPos);
+        const auto* const from = _asItIs ? _bytes.data() : reinterpret_cast<const char*>(_units.data());
+        Mem::copy(to + done * sizeof(char16_t), from + _unitsPos * sizeof(char16_t), now * sizeof(char16_t));
         _unitsPos += now;
         done += now;
     }
@@ -99,17 +103,14 @@ u64 ReaderObj::read(ShPtr destination, u64 count, u32) {
 
 /// Decodes the next block that holds any units. False at the end of the text or of what can be read.
 bool ReaderObj::fillUnits() {
-    _unitsPos = 0;
-    bool any = false;
-    while (!any && !_ended) {
+    _unitsPos = _unitCount = 0;
+    while (_unitCount == 0 && !_ended) {
         if (!_begun) _stripe->seek(0);
         fillBytes();
         if (!_begun) begin();
         decode();
-        any = !_units.empty();
     }
-    if (!any) _units.clear();
-    return any;
+    return _unitCount != 0;
 }
 
 /// Takes the next block. Only the last one is not full, so that no unit of UTF-16 lies across a border.
@@ -142,8 +143,14 @@ void ReaderObj::begin() {
     if (_encoding == Encoding::utf16Le && looksLikeUtf8(_bytes)) _encoding = Encoding::utf8;
 }
 
-/// Replaces the units by those of the block.
+/// Replaces the units by those of the block, which are at hand where they stand there as they are.
 void ReaderObj::decode() {
+    _asItIs = _encoding == Encoding::utf16Le && hostIsLittleEndian;
+    if (!_asItIs) convert();
+    _unitCount = _asItIs ? _bytes.size() / 2 : _units.size();
+}
+
+void ReaderObj::convert() {
     const bool isUtf16 = _encoding != Encoding::utf8 && _encoding != Encoding::ansi;
     if (!isUtf16) _units.clear();
     if (_encoding == Encoding::utf8) {
