@@ -6,6 +6,7 @@
 #include "hive/hbintable.h"
 #include "hive/hivefile.h"
 #include "hive/keys/knownkey.h"
+#include "hive/namecache.h"
 #include "hive/readonlycache.h"
 #include "hive/values/valuechanges.h"
 #include "platform/filesys/file.h"
@@ -64,6 +65,8 @@ class RegistryHiveObj final : public HiveFile, public Object {
 
     /// What searches know of the keys; of a read-only hive.
     KnownKeys& knownKeys() { return _knownKeys; }
+    /// Names that values had before.
+    NameCache& valueNames() { return _valueNames; }
     /// What value lists must no longer know.
     ValueChanges& valueChanges() { return _valueChanges; }
 
@@ -187,6 +190,7 @@ class RegistryHiveObj final : public HiveFile, public Object {
     const HiveCodepage _codepage;
     HbinTable _hbins;
     KnownKeys _knownKeys;
+    NameCache _valueNames;
     ValueChanges _valueChanges;
     std::atomic<bool> _valid{false};
 };

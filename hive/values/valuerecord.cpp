@@ -16,6 +16,7 @@ u32 hashedWith(u32 hash, char16_t unit) {
 }  // namespace
 
 bool ValueRecord::load(RegistryHiveObj& hive, u32 offset) {
+    _hive = &hive;
     _offset = offset;
     _codepage = hive.codepage();
     _view = hive.cacheLoadRecord(offset);
@@ -41,6 +42,7 @@ bool ValueRecord::load(RegistryHiveObj& hive, u32 offset) {
 }
 
 bool ValueRecord::peek(RegistryHiveObj& hive, u32 offset) {
+    _hive = &hive;
     _offset = offset;
     _codepage = hive.codepage();
     _view = hive.peekRecord(offset);
@@ -57,9 +59,15 @@ bool ValueRecord::checkDataLength() const {
 
 Ref<String> ValueRecord::name(const Ref<String>& likely) const {
     const u16 length = L16ToHost(_vk.nameLength);
-    if (likely && isDecodedName(likely->view(), _view, sizeof(_vk), length, isCompressed(), _codepage))
-        return likely;
-    const Ref<String> name = decodeName(_view, sizeof(_vk), length, isCompressed(), _codepage);
+    const auto isName = [&](const Ref<String>& units) {
+        return units && isDecodedName(units->view(), _view, sizeof(_vk), length, isCompressed(), _codepage);
+    };
+    if (isName(likely)) return likely;
+    const u8* const stored = length <= NameCache::MAX_LENGTH ? _view.bytesAt(sizeof(_vk), length) : nullptr;
+    Ref<String>* const kept = stored ? &_hive->valueNames().slot(stored, length) : nullptr;
+    if (kept && isName(*kept)) return *kept;
+    Ref<String> name = decodeName(_view, sizeof(_vk), length, isCompressed(), _codepage);
+    if (kept && name) *kept = name;
     if (!name)
         log(3, Channel::hive,
             "Name of value could not be converted from codepaged name to Ref<String>. value:", _offset);

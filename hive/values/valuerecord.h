@@ -41,6 +41,7 @@ class ValueRecord {
     bool isDataLengthSound() const { return !isResident() || dataSize() <= sizeof(_vk.data_or_offset); }
     bool isCompressed() const { return (L16ToHost(_vk.flags) & hive_record_vk::FLAG_COMPRESSED_NAME) != 0; }
 
+    RegistryHiveObj* _hive = nullptr;
     RecordView _view;
     hive_record_vk _vk{};  // in file byte order
     u32 _offset = INVALID_RECORD;

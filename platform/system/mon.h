@@ -1,9 +1,9 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
 #include <thread>
 
+#include "platform/system/counter.h"
 #include "platform/system/object.h"
 
 namespace Platform {
@@ -19,7 +19,7 @@ class PLATFORM_API Mon final : public Object {
             ++_again;
             return;
         }
-        _mutex.lock();
+        lock();
         _owner.store(self, std::memory_order_relaxed);
     }
     void leave() {
@@ -28,11 +28,31 @@ class PLATFORM_API Mon final : public Object {
             return;
         }
         _owner.store({}, std::memory_order_relaxed);
-        _mutex.unlock();
+        unlock();
     }
 
  private:
-    std::mutex _mutex;
+    // Whether it is held, and whether others wait for it.
+    enum State : u32 { isFree, isHeld, isAwaited };
+
+    // A thread that is alone needs no atomic steps.
+    // Others that start while it holds the monitor find it held.
+    void lock() {
+        u32 expected = isFree;
+        if (onlyThread() && _state.load(std::memory_order_relaxed) == isFree)
+            _state.store(isHeld, std::memory_order_relaxed);
+        else if (!_state.compare_exchange_strong(expected, isHeld, std::memory_order_acquire))
+            await();
+    }
+    void await();
+    void unlock() {
+        if (onlyThread())
+            _state.store(isFree, std::memory_order_relaxed);
+        else if (_state.exchange(isFree, std::memory_order_release) == isAwaited)
+            _state.notify_one();
+    }
+
+    std::atomic<u32> _state{isFree};
     std::atomic<std::thread::id> _owner{};
     u32 _again = 0;  // how many times the owner has entered besides the first; the owner's alone
 };
