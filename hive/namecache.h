@@ -12,15 +12,15 @@ class NameCache {
  public:
     /// Where the name that is stored in these bytes may be kept, which then is or was one like it or null.
     Platform::Ref<Platform::String>& slot(const Platform::u8* stored, Platform::u32 length) {
-        const Platform::u32 some =
-            length ? stored[0] + 8U * stored[length / 2] + 64U * stored[length - 1] : 0;
-        return _names[(some + length) % _names.size()];
+        Platform::u32 hash = length;
+        if (length) hash = ((hash * 31 + stored[0]) * 31 + stored[length / 2]) * 31 + stored[length - 1];
+        return _names[hash % _names.size()];
     }
     /// Longer names, in bytes as stored, are not kept.
     static constexpr Platform::u32 MAX_LENGTH = 64;
 
  private:
-    std::array<Platform::Ref<Platform::String>, 64> _names;
+    std::array<Platform::Ref<Platform::String>, 256> _names;
 };
 
 }  // namespace Libraries::Files::Hive
