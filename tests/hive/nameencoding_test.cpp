@@ -55,14 +55,6 @@ TEST(NameEncoding, BytesAndCodePointsMapAsThePublishedTablesSay) {
     }
 }
 
-TEST(NameEncoding, AByteWithoutCharacterMakesANameUnreadable) {
-    const u8 stored[] = {'a', 129, 'b'};  // 129 is a character of ISO 8859-1 only
-    for (const Page page : PAGES) {
-        EXPECT_EQ(bool(regNameToString(stored, 3, page)), page == HiveFile::hiveCodepageLatin1) << page;
-        EXPECT_TRUE(regNameToString(stored, 1, page)->equal(u"a")) << page;
-    }
-}
-
 TEST(NameEncoding, Utf16NamesKeepEveryUnitAndIgnoreAnOddByte) {
     const u8 stored[] = {'-', '-', 'a', 0, 0, 0, 0x3D, 0xD8, 0xFF, 0xFF, 'x'};
     const std::u16string units(u"a\0\xD83D\xFFFF", 4);

@@ -97,34 +97,6 @@ TEST(Discovery, ACellOfOddLengthIsSteppedOverRoundedUp) {
         }
 }
 
-// Regression: after the scan of a long hbin the file stood behind the last piece read instead of at the next
-// hbin, so that a last cell of several pieces hid all hbins behind it.
-TEST(Discovery, RandomHivesAndLongLastCellsGiveEveryCell) {
-    Random random(4711);
-    for (u32 round = 0; round < 60; ++round) {
-        HiveImage image = randomImage(random, 1 + random() % 8);
-        const u32 size = 12288U << round % 2,
-                  lastCells[] = {size - 32, size - 4088, size - 4096, size - 4104};
-        const u32 lastCell = lastCells[round / 2 % 4];
-        image.addHbin(size);
-        if (lastCell + 32 < size) image.allocate(size - 32 - lastCell);
-        if (round % 3) image.allocate(lastCell);
-        image.addHbin(4096);
-        const std::vector<u8> file = image.finish();
-        std::vector<Cell> cells = cellsOf(image);
-        for (const u32 mode : {0u, 1u, 2u}) {
-            const auto hive = openStore(makeRef<MemoryStripe>(file), mode);
-            LogCapture log;
-            std::shuffle(cells.begin(), cells.end(), random);
-            for (const Cell& cell : cells)
-                ASSERT_TRUE(shows(hive->cacheLoadRecord(cell.offset, nullptr, !cell.used), file,
-                                  cell.offset + 4096, cell.length))
-                    << cell.offset;
-            EXPECT_EQ(log.text(), "") << round;
-        }
-    }
-}
-
 TEST(Usage, AddsUpAllCellsAndStopsAtDamage) {
     Random random(7);
     HiveImage image = randomImage(random, 30);
