@@ -103,7 +103,7 @@ std::string rest(const Ref<Iterator>& iterator) {
 /// Iterators that die leave their place to later ones; the key must tell each living one once.
 TEST(Iterators, EachLivingOneIsToldOnceOfAChange) {
     HiveBuilder builder;
-    builder.build({.keys = {{u"b"}, {u"d"}, {u"f"}}});
+    builder.build({.values = {{u"b"}, {u"d"}, {u"f"}}, .keys = {{u"b"}, {u"d"}, {u"f"}}});
     const OpenedHive opened(builder, HiveFile::modeReadWrite);
     const auto& root = opened.root;
     Ref<KeyIterator> iterators[] = {root->keyIterator(), root->keyIterator(), root->keyIterator()};
@@ -125,6 +125,13 @@ TEST(Iterators, EachLivingOneIsToldOnceOfAChange) {
             iterators[i]->seek(i);
         }
     }
+    const auto values = root->valueIterator();
+    values->seek(2);
+    ASSERT_TRUE(root->deleteValue(root->value(text(u"b"))));
+    ASSERT_TRUE(root->createValue(text(u"z"), Value::valueBinary));
+    EXPECT_EQ(rest(values), "fz");
+    EXPECT_EQ(values->seek(0xFFFFFFFF), 3u);
+    EXPECT_FALSE(values->next());
 }
 
 /// What readers are promised: the extents' capacities laid end to end, each bounded by its cell's offset less
