@@ -188,7 +188,11 @@ bool RegistryHiveObj::readNeighbours(u32 hbinIdx) {
     if (end - first == 1) return false;
     const u64 bytes = u64{_hbins[end - 1].offset} + _hbins[end - 1].size - _hbins[first].offset;
     const u64 inFile = u64{_hbins[first].offset} + HIVE_HEADER_SIZE;
-    if (_file->readAt(inFile, ShPtr(_cache.at(_cache.end())), bytes) != bytes) return false;
+    const u32 error = Error::get();
+    if (_file->readAt(inFile, ShPtr(_cache.at(_cache.end())), bytes) != bytes) {
+        Error::set(error);  // nobody has asked for all of these
+        return false;
+    }
     for (u32 index = first; index < end; ++index) {
         const HbinDescriptor& hbin = _hbins[index];
         const u32 position = _cache.end();

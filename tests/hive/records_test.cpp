@@ -4,6 +4,7 @@
 
 #include <tuple>
 
+#include "hive/plainpath.h"
 #include "tests/hive/cells.h"
 #include "tests/support/failingstripe.h"
 #include "tests/support/logcapture.h"
@@ -242,6 +243,30 @@ TEST(HbinCache, AnHbinThatNoCacheCanHoldMakesTheHiveInvalid) {
     EXPECT_FALSE(hive->cacheLoadRecord(32));
     EXPECT_EQ(log.text(), "4 Hive: Failed to allocate new buffer: 100000000h (4294967296)\n");
     EXPECT_FALSE(hive->valid());
+}
+
+TEST(HbinCache, AVainAttemptToReadHbinsTogetherLeavesNoErrorCode) {
+    class OneByOne final : public MemoryStripe {
+     public:
+        using MemoryStripe::MemoryStripe;
+        u64 readAt(u64 position, Interfaces::ShPtr destination, u64 count) override {
+            if (count <= 4096) return MemoryStripe::readAt(position, destination, count);
+            Error::setSystem(EIO);
+            ++attempts;
+            return 0;
+        }
+        u64 attempts = 0;
+    };
+    HiveImage image;
+    std::vector<u32> cells;
+    for (u32 i = 0; i < 600; ++i) cells.push_back(image.allocate(4000));  // one for each hbin
+    const auto stripe = makeRef<OneByOne>(image.finish());
+    const auto hive = openStore(stripe, HiveFile::modeReadOnly);
+    Error::set(ErrorCode::none);
+    for (u32 round = 0; round < 3; ++round)  // until so many come back that they are read together
+        for (const u32 cell : cells) ASSERT_TRUE(hive->cacheLoadRecord(cell));
+    EXPECT_EQ(stripe->attempts > 0, !PLAIN_PATH);
+    EXPECT_EQ(Error::get(), ErrorCode::none);
 }
 
 TEST(ReadOnlyCache, GivesTheFilesBytesToItsLastOneAndOutlivesFailures) {
