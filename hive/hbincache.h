@@ -88,7 +88,7 @@ class HbinCache {
     u32 _used = 0;
     u32 _end = 0;
     u32 _roundNumber = 0;
-    u32 _loads = 0;     // since the memory was last emptied or grown
+    u32 _loads = 0;     // since the memory was last emptied
     u32 _cameBack = 0;  // of these, hbins that had been loaded before
     Platform::Array<CachedHbin> _entries;
     Platform::Array<u32> _round;

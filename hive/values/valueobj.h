@@ -22,9 +22,8 @@ class HIVE_API ValueObj final : public Value, public Object {
     static constexpr u32 MAX_VALUE_DATA_SIZE = 1048572;
     static constexpr u32 MAX_VALUE_NAME_LENGTH = 16383;  // characters
 
-    /// Reads the value at `recordOfs`; check `valid()`. `likelyName`
-    /// (may be null) becomes its name if that is the stored one. Error: 0x200C impossible resident length.
-    /// Internal.
+    /// Reads the value at `recordOfs`; check `valid()`. `likelyName` (may be null) becomes its name if that
+    /// is the stored one. Error: 0x200C impossible resident length. Internal.
     ValueObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent,
              const Ref<String>& likelyName = nullptr);
     /// The same with the record at hand.

@@ -1,8 +1,7 @@
 #include "platform/system/string.h"
 
-#include <cstring>
-
 #include <algorithm>
+#include <cstring>
 
 #include "platform/system/utf8.h"
 
