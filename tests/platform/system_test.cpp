@@ -8,6 +8,7 @@
 #include "platform/syslog/log.h"
 #include "platform/system/error.h"
 #include "platform/system/heap.h"
+#include "platform/system/mon.h"
 #include "platform/system/shmem.h"
 #include "platform/system/vector.h"
 #include "tests/support/failingstripe.h"
@@ -54,6 +55,28 @@ TEST(WeakRef, ManyThreadsShareOneProxyAndNeverResurrect) {
         ASSERT_EQ(alive, 0);
         for (const auto* proxy : proxies) ASSERT_EQ(proxy, proxies[0]);
     }
+}
+
+/// A monitor held by a thread that was alone when it entered; and then many that want it.
+TEST(Mon, KeepsOutThreadsThatStartWhileItIsHeld) {
+    const Ref<Mon> mon = Mon::create();
+    u64 count = 0;  // changed only in the monitor
+    std::vector<std::thread> threads;
+    {
+        const MonGuard outer(mon);
+        for (int i = 0; i < 4; ++i)
+            threads.emplace_back([&] {
+                for (int again = 0; again < 20000; ++again) {
+                    const MonGuard guard(*mon);
+                    const MonGuard nested(*mon);
+                    count = count + 1;
+                }
+            });
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_EQ(count, 0U);
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(count, 80000U);
 }
 
 TEST(Memory, IsZeroedKeptByPointersGuardedAndRefused) {
