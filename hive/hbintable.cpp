@@ -1,7 +1,6 @@
 #include "hive/hbintable.h"
 
 #include <algorithm>
-#include <bit>
 
 namespace Libraries::Files::Hive {
 
@@ -38,32 +37,43 @@ void HbinTable::setLargestFree(u32 index, u32 length, u32 record, u32 otherFree)
 u32 HbinTable::firstWithRoom(u32 length) {
     while (!_maxima.empty() && _maxima[1] >= length) {
         u32 node = 1;
-        while (node < _leaves)
-            node = 2 * node + (_maxima[2 * node] < length);  // which way is not foreseeable
+        while (node < _leaves) {  // without branches: which way is not foreseeable
+            const u32* const below = &_maxima[u64{4} * node];
+            const u32 notFirst = below[0] < length;
+            const u32 notSecond = notFirst & static_cast<u32>(below[1] < length);
+            const u32 notThird = notSecond & static_cast<u32>(below[2] < length);
+            node = 4 * node + notFirst + notSecond + notThird;
+        }
         if (_maxima[node] >= length) return node - _leaves < size() ? node - _leaves : INVALID_HBIN;
         lower(node);
     }
     return INVALID_HBIN;
 }
 
+u32 HbinTable::maximumBelow(u32 node) const {
+    const u32* const below = &_maxima[u64{4} * node];
+    return std::max({below[0], below[1], below[2], below[3]});
+}
+
 /// Makes the maxima above a leaf no larger than those below them.
 void HbinTable::lower(u32 node) {
-    for (node /= 2; node > 0; node /= 2) _maxima[node] = std::max(_maxima[2 * node], _maxima[2 * node + 1]);
+    for (node /= 4; node > 0; node /= 4) _maxima[node] = maximumBelow(node);
 }
 
 void HbinTable::raise(u32 index) {
     if (index >= _leaves) {
-        _leaves = std::bit_ceil(std::max(size(), 64U));
+        _leaves = 64;
+        while (_leaves < size()) _leaves *= 4;
         _maxima.assign(u64{2} * _leaves, 0);
         for (u32 i = 0; i < size(); ++i) _maxima[_leaves + i] = _hbins[i].largestFree;
-        for (u32 node = _leaves - 1; node > 0; --node)
-            _maxima[node] = std::max(_maxima[2 * node], _maxima[2 * node + 1]);
+        for (u32 level = _leaves / 4; level > 0; level /= 4)
+            for (u32 node = level; node < 2 * level; ++node) _maxima[node] = maximumBelow(node);
         return;
     }
     const u32 length = _hbins[index].largestFree;
     u32 node = _leaves + index;
     _maxima[node] = length;
-    for (node /= 2; node > 0 && _maxima[node] < length; node /= 2) _maxima[node] = length;
+    for (node /= 4; node > 0 && _maxima[node] < length; node /= 4) _maxima[node] = length;
 }
 
 }  // namespace Libraries::Files::Hive

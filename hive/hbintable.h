@@ -83,11 +83,13 @@ class HbinTable {
  private:
     void raise(u32 index);
     void lower(u32 node);
+    u32 maximumBelow(u32 node) const;
 
     ChunkedArray<HbinDescriptor> _hbins;
     ChunkedArray<HbinPage> _pages;
     u64 _end = 0;
-    // A binary tree of maxima over `largestFree`, root at 1, leaves from `_leaves` on; empty while all are 0.
+    // A tree of maxima over `largestFree`: root at 1, four nodes below each one, of node n those from 4 n on,
+    // leaves from `_leaves`, a power of 4, on; empty while all are 0.
     // Leaves are exact. What is above them is never too small, and only lowered when a search finds it too
     // large: most hbins lose room many times before one is passed over.
     Platform::Array<u32> _maxima;
