@@ -123,19 +123,22 @@ Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool co
     });
 }
 
+bool isPlainName(const u8* bytes, u32 length, HiveFile::HiveCodepage codepage) {
+    if (codepage == HiveFile::hiveCodepageLatin1) return true;
+    u32 all = 0;
+    for (u32 i = 0; i < length; ++i) all |= bytes[i];
+    return all < 128;
+}
+
 bool copyPlainName(const RecordView& record, u32 offset, u16 stored, bool compressed,
                    HiveFile::HiveCodepage codepage, std::span<char16_t> units, u32& length) {
     const u8* const bytes = record.bytesAt(offset, stored);
     length = compressed ? stored : stored / 2U;
-    if (!bytes || length > units.size()) return false;
-    if (!compressed) {
-        for (u32 i = 0; i < length; ++i)
-            units[i] = static_cast<char16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
-        return true;
-    }
-    u32 all = 0;
-    for (u32 i = 0; i < length; ++i) all |= units[i] = bytes[i];
-    return all < 128 || codepage == HiveFile::hiveCodepageLatin1;
+    if (!bytes || length > units.size() || (compressed && !isPlainName(bytes, length, codepage)))
+        return false;
+    for (u32 i = 0; i < length; ++i)
+        units[i] = static_cast<char16_t>(compressed ? bytes[i] : bytes[2 * i] | bytes[2 * i + 1] << 8);
+    return true;
 }
 
 bool isDecodedName(std::u16string_view units, const RecordView& record, u32 offset, u16 length,

@@ -22,8 +22,10 @@ Ref<String> regNameToString(const u8* bytes, u32 length, HiveFile::HiveCodepage 
 /// last byte is ignored); null when a byte has no character.
 Ref<String> decodeName(const RecordView& record, u32 offset, u16 length, bool compressed,
                        HiveFile::HiveCodepage codepage);
-/// Copies such a name of `stored` bytes where no byte of it has to be looked up and the units suffice; false,
-/// without a word, where not.
+/// Whether the bytes of a stored 8-bit name are its units, with no byte to be looked up.
+bool isPlainName(const u8* bytes, u32 length, HiveFile::HiveCodepage codepage);
+/// Copies a stored name of `stored` bytes where it is plain or UTF-16 and the units suffice; false, without a
+/// word, where not.
 bool copyPlainName(const RecordView& record, u32 offset, u16 stored, bool compressed,
                    HiveFile::HiveCodepage codepage, std::span<char16_t> units, u32& length);
 /// Whether `decodeName` would give just these units; false where telling takes a conversion.

@@ -3,6 +3,7 @@
 #include <span>
 
 #include "hive/foldedname.h"
+#include "hive/nameencoding.h"
 #include "hive/registryhiveobj.h"
 
 namespace Libraries::Files::Hive {
@@ -34,7 +35,7 @@ class KeyRecord {
     bool plainName(Use use) const {
         const u16 length = L16ToHost(_nk.nameLength);
         const u8* const bytes = _view.bytesAt(sizeof(_nk), length);
-        if (!bytes || (isCompressed() && _codepage != HiveFile::hiveCodepageLatin1)) return false;
+        if (!bytes || (isCompressed() && !isPlainName(bytes, length, _codepage))) return false;
         if (isCompressed())
             use(length, [bytes](u64 i) { return char16_t{bytes[i]}; });
         else

@@ -82,7 +82,7 @@ bool ValueRecord::copyName(std::span<char16_t> units, u32& length) const {
 bool ValueRecord::nameHash(u32& hash) const {
     const u16 length = L16ToHost(_vk.nameLength);
     const u8* const bytes = _view.bytesAt(sizeof(_vk), length);
-    if (bytes && isCompressed() && _codepage == HiveFile::hiveCodepageLatin1) {
+    if (bytes && isCompressed() && isPlainName(bytes, length, _codepage)) {
         hash = FIRST_HASH;
         for (u32 i = 0; i < length; ++i) hash = hashedWith(hash, bytes[i]);
         return true;
