@@ -92,6 +92,11 @@ Ref<KnownKey>& KnownKeys::slotOf(const KnownKey& key) {
     return key._parent ? key._parent->_subkeys[key._place].key : _root;
 }
 
+bool KnownKeys::hasRoom() {
+    if (_limit > MAX_BYTES && ++_refused >= _all.size()) letGo();
+    return _limit == MAX_BYTES;
+}
+
 void KnownKeys::add(const Ref<KnownKey>& key) {
     slotOf(*key) = key;
     _all.push_back(key);
@@ -118,7 +123,7 @@ void KnownKeys::grew(u64 bytes) {
 /// What objects in use have to do with stays, with all that leads to it: asked for again by whatever way,
 /// they are found there. The names there go; they are soon read again.
 void KnownKeys::letGo() {
-    _bytes = 0;
+    _bytes = _refused = 0;
     for (std::size_t i = _all.size(); i-- > 0;) {
         Ref<KnownKey>& key = _all[i];
         if (key->isInUse()) {

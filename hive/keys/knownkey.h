@@ -89,6 +89,9 @@ class KnownKeys {
     KnownKeys& operator=(const KnownKeys&) = delete;
 
     const Ref<KnownKey>& root() const { return _root; }
+    /// Whether another key may be added: not while what objects in use have to do with is near the bound. A
+    /// file may name one large list at every level.
+    bool hasRoom();
     /// Makes `key` the one known at its place.
     void add(const Ref<KnownKey>& key);
     /// Has `parent` keep the name of its subkey at `index`, if it is of the kind that is kept.
@@ -105,6 +108,7 @@ class KnownKeys {
     Array<Ref<KnownKey>> _all;  // each behind its parent
     u64 _bytes = 0;
     u64 _limit = MAX_BYTES;
+    u64 _refused = 0;  // how often there was no room since that was last looked into
 };
 
 }  // namespace Libraries::Files::Hive

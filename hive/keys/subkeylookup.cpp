@@ -41,7 +41,7 @@ void KeyObj::becomeKnown() {
     if (PLAIN_PATH || _known || !_readOnly || !_name.get()) return;
     const Ref<KnownKey>& parent = _parent ? _parent->_known : _knownParent;
     const bool reachable = _depth == 0 || (parent && _place != NO_INDEX);
-    if (!reachable || _keyList.size() > KnownKeys::MAX_SUBKEYS) return;
+    if (!reachable || _keyList.size() > KnownKeys::MAX_SUBKEYS || !_hive->knownKeys().hasRoom()) return;
     _known = makeRef<KnownKey>(_record, _name.get(), _keyList, parent, _place);
     _keyList.clear();
     _hive->knownKeys().add(_known);

@@ -159,6 +159,15 @@ TEST(KnownKeys, AreForgottenAtTheirBoundButForThoseInUse) {
     EXPECT_EQ(keys.root(), root);
     EXPECT_EQ(root->subkeys()[1].key, held->parent());
     EXPECT_EQ(held->parent()->subkeys()[2].key, held);
+    // What is in use may leave no room; there is again when it goes.
+    std::vector<Ref<KnownKey>> inUse;
+    for (; keys.hasRoom(); ++place) {
+        ASSERT_LT(place, 100U);
+        inUse.push_back(add(root, place));
+    }
+    inUse.clear();
+    for (u32 i = 0; i < place && !keys.hasRoom(); ++i) continue;
+    EXPECT_TRUE(keys.hasRoom());
 }
 
 }  // namespace
