@@ -203,7 +203,7 @@ bool RegistryHiveObj::updateFreeSpace(u32 hbinIdx) {
     };
     assertCondition(hbinSize == fieldAt(offsetof(hive_hbin, size)), "size == _hbins[hbin_idx].size",
                     function);
-    FreeCells& known = _cache.entry(_hbins[hbinIdx].cacheSlot).freeCells;
+    FreeCells& known = _cache.freeCells(_hbins[hbinIdx].cacheSlot);
     known.clear();
     bool sound = true;
     u64 position = sizeof(hive_hbin);
@@ -238,7 +238,7 @@ void RegistryHiveObj::noteChange(u32 hbinIdx, u32 offset, u32 length, u32 freeRe
         updateFreeSpace(hbinIdx);
         return;
     }
-    FreeCells& known = _cache.entry(hbin.cacheSlot).freeCells;
+    FreeCells& known = _cache.freeCells(hbin.cacheSlot);
     known.remove(offset, length);
     known.add(freeRecord, freeLength);
     const bool gone = largest && record >= offset && record - offset < length;

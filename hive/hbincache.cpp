@@ -80,6 +80,7 @@ bool HbinCache::grow() {
 
 void HbinCache::clear() {
     _entries.clear();
+    _freeCells.clear();
     _round.clear();
     _used = _end = 0;
     _loads = _cameBack = 0;

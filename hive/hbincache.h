@@ -19,7 +19,6 @@ struct CachedHbin {
     bool dirty = false;        // changed since it was loaded or last written back; of this round then
     bool headChecked = false;  // its head was compared with the hbin table and has not changed since
     CellMap cells = {};
-    FreeCells freeCells = {};
 };
 
 /// The cache memory and what lies in it: hbins one behind the other, in the order they were loaded. It is a
@@ -60,6 +59,11 @@ class HbinCache {
     RecordView view(u32 position) const { return RecordView(_base + position, _capacity - position); }
 
     CachedHbin& entry(u32 slot) { return _entries[slot]; }
+    /// What is known of the free cells of the hbin in an entry; apart, since looking records up needs none.
+    FreeCells& freeCells(u32 slot) {
+        if (_freeCells.size() <= slot) _freeCells.resize(_entries.size());
+        return _freeCells[slot];
+    }
     const Platform::Array<CachedHbin>& entries() const { return _entries; }
     /// The slots of the round's hbins, in the order they were asked for.
     const Platform::Array<u32>& round() const { return _round; }
@@ -91,6 +95,7 @@ class HbinCache {
     u32 _loads = 0;     // since the memory was last emptied
     u32 _cameBack = 0;  // of these, hbins that had been loaded before
     Platform::Array<CachedHbin> _entries;
+    Platform::Array<FreeCells> _freeCells;  // by entry, as far as they were asked for
     Platform::Array<u32> _round;
 };
 

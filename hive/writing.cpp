@@ -43,7 +43,7 @@ bool RegistryHiveObj::writeHBIN(u32 hbinIdx, u32 offsetInHbin, const void* data,
     if (u64{offsetInHbin} + length > hbin.size) return false;
     if (offsetInHbin < sizeof(hive_hbin)) hbin.headChecked = false;
     hbin.cells.changed(offsetInHbin, length);
-    hbin.freeCells.forget();
+    _cache.freeCells(_hbins[hbinIdx].cacheSlot).forget();
     return store(hbin, offsetInHbin, data, length);
 }
 
