@@ -18,9 +18,10 @@ KeyObj::KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent, con
     _valid = loadRecord(likelyName);
 }
 
-KeyObj::KeyObj(Ref<RegistryHiveObj> hive, Ref<KnownKey> parent, u32 place)
-    : _hive(std::move(hive)),
-      _knownParent(std::move(parent)),
+KeyObj::KeyObj(Ref<KnownKey> known, u32 place, Ref<KeyObj> above)
+    : _hive(above->_hive),
+      _parent(std::move(above)),
+      _knownParent(std::move(known)),
       _known(_knownParent->subkeys()[place].key),
       _place(place),
       _recordOfs(_knownParent->subkeys()[place].record),
@@ -61,7 +62,7 @@ void KeyObj::takeRecord(const hive_record_nk& record) {
 
 Ref<KeyObj> KeyObj::parent() {
     const MonGuard guard(_hive->monitor());
-    return _knownParent ? openKnown(_hive, *_knownParent) : _parent;
+    return _knownParent ? openKnown(_knownParent, _parent) : _parent;
 }
 
 void KeyObj::setParent(Ref<KeyObj> parent) {

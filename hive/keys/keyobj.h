@@ -29,8 +29,8 @@ struct ValueEntry {
 /// A key: the object for one nk record. Keeps a copy of the record's fixed part and, loaded on first use, the
 /// lists of its subkeys and values.
 ///
-/// Ownership: holds its hive and its parent, or what is known of that; refers to its children and iterators
-/// weakly, so that asking for a live child again gives the same object. It is the single owner of its
+/// Ownership: holds its hive and the objects of all keys above it (where it was found by path those may come
+/// to be later than its own, see `KnownKeys::distant`); refers to its children and iterators weakly, so that asking for a live child again gives the same object. It is the single owner of its
 /// children's list state. Locking: the operations of the interface hold the hive's monitor; those marked
 /// internal REQUIRE it held.
 class HIVE_API KeyObj final : public Key, public Object {
@@ -53,8 +53,8 @@ class HIVE_API KeyObj final : public Key, public Object {
     KeyObj(Ref<RegistryHiveObj> hive, u32 recordOfs, Ref<KeyObj> parent,
            const Ref<String>& likelyName = nullptr);
     /// The same for the subkey at `place` of a key that is known; where it is known itself, its record is not
-    /// looked at.
-    KeyObj(Ref<RegistryHiveObj> hive, Ref<KnownKey> parent, u32 place);
+    /// looked at. `above` is its parent, or the nearest key above it that has an object.
+    KeyObj(Ref<KnownKey> known, u32 place, Ref<KeyObj> above);
     ~KeyObj() override;
 
     Ref<String> name() override { return _valid ? _name.get() : nullptr; }
@@ -150,10 +150,10 @@ class HIVE_API KeyObj final : public Key, public Object {
     Ref<KeyObj> openSubkey(u32 index, const Ref<String>& likelyName = nullptr);
     enum class Outcome : u8 { found, missing, unreadable, irregular };
     static Outcome searchKnown(RegistryHiveObj& hive, KnownKey& known, const FoldedName& name, u32& place);
-    static Ref<KeyObj> openFound(const Ref<RegistryHiveObj>& hive, const Ref<KnownKey>& known, u32 index);
-    static Ref<KeyObj> openKnown(const Ref<RegistryHiveObj>& hive, const KnownKey& known);
-    static Ref<KeyObj> openKnownSubkey(const Ref<RegistryHiveObj>& hive, const Ref<KnownKey>& known,
-                                       u32 index);
+    static Ref<KeyObj> openFound(const Ref<KnownKey>& known, u32 index, const Ref<KeyObj>& above);
+    static Ref<KeyObj> openKnown(const Ref<KnownKey>& known, const Ref<KeyObj>& above);
+    static Ref<KeyObj> openKnownSubkey(const Ref<KnownKey>& known, u32 index, const Ref<KeyObj>& above);
+    void holdFromBelow();
 
     bool hasSubkey(u32 index);
     u32 subkeyRecord(u32 index) {
@@ -195,8 +195,8 @@ class HIVE_API KeyObj final : public Key, public Object {
     void updateParentOfSubkeys(u32 oldCell);
 
     const Ref<RegistryHiveObj> _hive;
-    Ref<KeyObj> _parent;  // null for the root key, and where `_knownParent` stands for it
-    Ref<KnownKey> _knownParent;
+    Ref<KeyObj> _parent;  // null for the root key; of a distant key, the nearest above that has an object
+    Ref<KnownKey> _knownParent;  // of a key found through what is known of its parent
     Array<WeakRef<KeyIteratorObj>> _keyIterators;
     Array<WeakRef<ValueIteratorObj>> _valueIterators;
     SubkeyList _keyList;    // empty where the list of `_known` serves

@@ -115,6 +115,12 @@ void KnownKeys::keepObject(KnownKey& parent, u32 index, const Ref<KeyObj>& key) 
     grew(parent.size() - before);
 }
 
+WeakRef<KeyObj>* KnownKeys::roomForDistant() {
+    const auto room = std::find_if(_distant.begin(), _distant.end(),
+                                   [](const WeakRef<KeyObj>& key) { return !key.lock(); });
+    return room == _distant.end() ? nullptr : room;
+}
+
 void KnownKeys::grew(u64 bytes) {
     _bytes += bytes;
     if (_bytes > _limit) letGo();

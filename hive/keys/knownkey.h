@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+
 #include "hive/foldedname.h"
 #include "hive/keys/subkeylist.h"
 #include "platform/system/counter.h"
@@ -99,6 +101,13 @@ class KnownKeys {
     /// Has `parent` keep the object of its subkey at `index`.
     void keepObject(KnownKey& parent, u32 index, const Ref<KeyObj>& key);
 
+    /// Distant keys: those whose objects were made without objects for the keys right above them. Callers
+    /// mostly hold one or two keys at a time that they found by path.
+    using Distant = std::array<WeakRef<KeyObj>, 4>;
+    const Distant& distant() const { return _distant; }
+    /// Where another one is to be kept; null when there are enough.
+    WeakRef<KeyObj>* roomForDistant();
+
  private:
     Ref<KnownKey>& slotOf(const KnownKey& key);
     void grew(u64 bytes);
@@ -106,6 +115,7 @@ class KnownKeys {
 
     Ref<KnownKey> _root;
     Array<Ref<KnownKey>> _all;  // each behind its parent
+    Distant _distant;
     u64 _bytes = 0;
     u64 _limit = MAX_BYTES;
     u64 _refused = 0;  // how often there was no room since that was last looked into

@@ -39,7 +39,7 @@ Ref<KeyObj> KeyObj::liveSubkey(u32 index) {
 /// can change and a way leads from the root here through keys that are known.
 void KeyObj::becomeKnown() {
     if (PLAIN_PATH || _known || !_readOnly || !_name.get()) return;
-    const Ref<KnownKey>& parent = _parent ? _parent->_known : _knownParent;
+    const Ref<KnownKey> parent = _knownParent || !_parent ? _knownParent : _parent->_known;
     const bool reachable = _depth == 0 || (parent && _place != NO_INDEX);
     if (!reachable || _keyList.size() > KnownKeys::MAX_SUBKEYS || !_hive->knownKeys().hasRoom()) return;
     _known = makeRef<KnownKey>(_record, _name.get(), _keyList, parent, _place);
@@ -61,7 +61,7 @@ bool KeyObj::copyLeaf(u32 index, LeafCopy& copy) {
 
 /// The subkey at an index, which is likely to have this name (may be null). REQUIRES: hasSubkey(index).
 Ref<KeyObj> KeyObj::openSubkey(u32 index, const Ref<String>& likelyName) {
-    if (_known) return openKnownSubkey(_hive, _known, index);
+    if (_known) return openKnownSubkey(_known, index, Ref<KeyObj>(this));
     SubkeyEntry& entry = _keyList.at(index);
     if (Ref<KeyObj> live = entry.key.lock()) return live;
     auto built = makeRef<KeyObj>(_hive, entry.record, Ref<KeyObj>(this), likelyName);
@@ -73,19 +73,43 @@ Ref<KeyObj> KeyObj::openSubkey(u32 index, const Ref<String>& likelyName) {
     return built;
 }
 
-Ref<KeyObj> KeyObj::openKnownSubkey(const Ref<RegistryHiveObj>& hive, const Ref<KnownKey>& known, u32 index) {
-    hive->bringNear(known->subkeys()[index].record);  // which making the object takes as long as
+/// The subkey at an index of a key that is known. `above` is its object or, where there is none, the nearest
+/// above it. With none for the keys between, the subkey's object is a distant one, of which there are a few
+/// at most; else they are made.
+Ref<KeyObj> KeyObj::openKnownSubkey(const Ref<KnownKey>& known, u32 index, const Ref<KeyObj>& above) {
+    RegistryHiveObj& hive = *above->_hive;
+    hive.bringNear(known->subkeys()[index].record);  // which making the object takes as long as
     if (Ref<KeyObj> live = known->object(index)) return live;
-    auto built = makeRef<KeyObj>(hive, known, index);
-    if (built->valid())
-        hive->knownKeys().keepObject(*known, index, built);
-    else
+    WeakRef<KeyObj>* const distant = above->_known == known ? nullptr : hive.knownKeys().roomForDistant();
+    const Ref<KeyObj> parent = distant ? above : openKnown(known, above);
+    if (!parent->_valid) return parent;
+    auto built = makeRef<KeyObj>(known, index, parent);
+    if (!built->_valid) {
         log(3, Channel::hive, "New created KeyObj not valid");
+        return built;
+    }
+    hive.knownKeys().keepObject(*known, index, built);
+    if (distant) *distant = WeakRef<KeyObj>(built);
+    if (built->_known) built->holdFromBelow();
     return built;
 }
 
-Ref<KeyObj> KeyObj::openKnown(const Ref<RegistryHiveObj>& hive, const KnownKey& known) {
-    return known.parent() ? openKnownSubkey(hive, known.parent(), known.place()) : hive->rootObj();
+/// The object of a key that is known; `above` as there.
+Ref<KeyObj> KeyObj::openKnown(const Ref<KnownKey>& known, const Ref<KeyObj>& above) {
+    if (above->_known == known || !known->parent()) return above;
+    return openKnownSubkey(known->parent(), known->place(), above);
+}
+
+/// Has this new object held by the distant ones below it, as by all subkeys: a key keeps the objects of all
+/// keys above it.
+void KeyObj::holdFromBelow() {
+    for (const WeakRef<KeyObj>& weak : _hive->knownKeys().distant()) {
+        const Ref<KeyObj> key = weak.lock();
+        if (!key || key->_parent->_depth >= _depth) continue;
+        const KnownKey* above = key->_knownParent.get();
+        while (above && above->depth() > _depth) above = above->parent().get();
+        if (above == _known.get()) key->_parent = Ref<KeyObj>(this);
+    }
 }
 
 /// How the upper-cased name of the subkey at `index` compares with `name`. It is seen in the record, with the
@@ -117,31 +141,35 @@ Ref<Key> KeyObj::key(Ref<String> name) {
 
 Ref<KeyObj> KeyObj::findPath(PathNames& names) {
     const MonGuard guard(_hive->monitor());
-    Ref<KeyObj> current(this);
-    Ref<KnownKey> known = _known;  // of the key the names have led to; `current` may be null then
+    Ref<KeyObj> current(this);      // of the key the names have led to, if there is an object
+    Ref<KeyObj> nearest = current;  // the same, or the last one above it
+    Ref<KnownKey> known = _known;   // of the key the names have led to, if it is known
     for (std::u16string_view name; names.next(name);) {
         u32 index = 0;
-        Outcome outcome = known ? searchKnown(*_hive, *known, FoldedName(name), index) : Outcome::irregular;
+        const Outcome outcome =
+            known ? searchKnown(*_hive, *known, FoldedName(name), index) : Outcome::irregular;
         if (outcome == Outcome::irregular) {
-            if (!current) current = openKnown(_hive, *known);
-            if (!current || !current->_valid) return nullptr;
-            current = current->binaryFindKey(name, nullptr);
+            if (!current) current = openKnown(known, nearest);
+            current = current->_valid ? current->binaryFindKey(name, nullptr) : nullptr;
             if (!current) return nullptr;
+            nearest = current;
             known = current->_known;
             continue;
         }
         if (outcome != Outcome::found) return nullptr;
         Ref<KnownKey> next = known->subkeys()[index].key;
-        current = next ? nullptr : openFound(_hive, known, index);
+        current = next ? known->object(index) : openFound(known, index, nearest);
         if (!next && !current) return nullptr;
+        if (current) nearest = current;
         known = std::move(next);
     }
-    return current ? current : openKnown(_hive, *known);
+    if (!current) current = openKnown(known, nearest);
+    return current->_valid ? current : nullptr;
 }
 
 /// The subkey at which a search in a known key ended; null, with a log line, when it is unreadable.
-Ref<KeyObj> KeyObj::openFound(const Ref<RegistryHiveObj>& hive, const Ref<KnownKey>& known, u32 index) {
-    Ref<KeyObj> found = openKnownSubkey(hive, known, index);
+Ref<KeyObj> KeyObj::openFound(const Ref<KnownKey>& known, u32 index, const Ref<KeyObj>& above) {
+    Ref<KeyObj> found = openKnownSubkey(known, index, above);
     if (found->_valid) return found;
     logUnreadable(index);
     return nullptr;
@@ -237,7 +265,7 @@ Ref<KeyObj> KeyObj::binaryFindKey(std::u16string_view name, u32* position) {
     }
     if (_known) {
         const Outcome outcome = searchKnown(*_hive, *_known, wanted, place);
-        if (outcome == Outcome::found) return openFound(_hive, _known, place);
+        if (outcome == Outcome::found) return openFound(_known, place, Ref<KeyObj>(this));
         if (outcome != Outcome::irregular) return nullptr;
         place = NO_INDEX;
     }

@@ -126,15 +126,45 @@ TEST(KnownKeys, AreOneObjectWhileHeldWhateverTheWayToThem) {
         EXPECT_EQ(refCast<KeyObj>(below)->parent(), held[i]);
     }
     held.clear();
-    // Nobody holds the keys on the way now: they come and go with what holds them.
-    const Ref<KeyObj> low = refCast<KeyObj>(opened.hive->path(text(u"c/x")));
-    EXPECT_EQ(low, opened.root->key(2)->key(0));
-    EXPECT_EQ(low->parent(), opened.root->key(text(u"C")));
-    EXPECT_EQ(low->parent()->parent(), opened.root);
     for (u32 i = 10; i-- > 0;)
         held.push_back(
             refCast<KeyObj>(opened.root->key(text(std::u16string(1, static_cast<char16_t>(u'a' + i))))));
     for (u32 i = 0; i < 10; ++i) EXPECT_EQ(opened.root->key(9 - i), held[i]);
+}
+
+TEST(KnownKeys, FoundByPathHoldAllObjectsAboveWheneverThoseWereMade) {
+    HiveBuilder builder(5);
+    KeyPlan plan;
+    for (char16_t unit = u'a'; unit < u'k'; ++unit)
+        plan.keys.push_back(
+            {.name = {unit}, .keys = {{.name = u"x", .keys = {{.name = u"y"}, {.name = u"z"}}}}});
+    builder.build(plan);
+    OpenedHive opened(builder);
+    const auto find = [&](std::u16string path) { return refCast<KeyObj>(opened.hive->path(text(path))); };
+    for (char16_t unit = u'a'; unit < u'k'; ++unit) EXPECT_TRUE(find({unit, u'/', u'x', u'/', u'z'}));
+    const WeakRef<KeyObj> root(opened.root);
+    opened.root.reset();
+    EXPECT_FALSE(root.lock());
+    std::vector<Ref<KeyObj>> held;
+    for (char16_t unit = u'a'; unit < u'k'; ++unit) {  // more than may be without the objects above them
+        SCOPED_TRACE(static_cast<int>(unit));
+        const Ref<KeyObj> low = find({unit, u'/', u'x', u'/', u'y'});
+        std::vector<WeakRef<KeyObj>> above;
+        above.emplace_back(find({unit}));
+        if (unit % 2) above.emplace_back(find({unit, u'/', u'x'}));
+        above.emplace_back(low->parent());
+        above.emplace_back(opened.hive->rootObj());
+        for (const auto& weak : above) EXPECT_TRUE(weak.lock());
+        EXPECT_EQ(low->parent(), find({unit, u'/', u'x'}));
+        EXPECT_EQ(low->parent()->parent(), above[0].lock());
+        EXPECT_EQ(low->parent()->parent()->parent(), above.back().lock());
+        EXPECT_EQ(find({unit, u'/', u'X', u'/', u'Y'}), low);
+        EXPECT_EQ(above[0].lock()->key(0)->key(0), low);
+        held.push_back(low);
+    }
+    const WeakRef<KeyObj> last(held.back()->parent());
+    held.clear();
+    EXPECT_FALSE(last.lock());
 }
 
 TEST(KnownKeys, AreForgottenAtTheirBoundButForThoseInUse) {
