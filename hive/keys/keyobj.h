@@ -30,9 +30,9 @@ struct ValueEntry {
 /// lists of its subkeys and values.
 ///
 /// Ownership: holds its hive and the objects of all keys above it (where it was found by path those may come
-/// to be later than its own, see `KnownKeys::distant`); refers to its children and iterators weakly, so that asking for a live child again gives the same object. It is the single owner of its
-/// children's list state. Locking: the operations of the interface hold the hive's monitor; those marked
-/// internal REQUIRE it held.
+/// to be later than its own, see `KnownKeys::distant`); refers to its children and iterators weakly, so that
+/// asking for a live child again gives the same object. It is the single owner of its children's list state.
+/// Locking: the operations of the interface hold the hive's monitor; those marked internal REQUIRE it held.
 class HIVE_API KeyObj final : public Key, public Object {
  public:
     static constexpr u32 MAX_KEY_NAME_LENGTH = 255;  // characters
