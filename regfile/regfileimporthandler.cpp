@@ -167,7 +167,7 @@ Ref<Key> RegFileImportHandler::openOrCreate(const Ref<Key>& key, const Ref<Strin
                                             std::u16string_view path) {
     Ref<Key> child;
     {
-        const HeldKey held(key);
+        const HeldKey held(_verbose ? nullptr : key);  // not while the caller's printer is at work
         if ((child = key->key(name))) return child;
         if (_verbose) note("Create new key: ", String::create(path));
         if (storable(name)) child = held.own() ? held.own()->createMissingKey(name) : key->createKey(name);
