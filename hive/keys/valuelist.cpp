@@ -74,8 +74,10 @@ Ref<Value> KeyObj::value(Ref<String> name) {
         const bool listed = initValues();
         bool readable = listed;
         ValueRecord record;
-        if (listed && !mayBeNamed(i, nameHash, record, readable)) continue;
-        _valueMissed = false;
+        const bool mayBe = !listed || mayBeNamed(i, nameHash, record, readable);
+        // What has to be opened, or has no readable name, is looked at each time, and may say so.
+        if (mayBe || !_values[i].nameKnown) _valueMissed = false;
+        if (!mayBe) continue;
         const Ref<ValueObj> candidate = readable ? openValue(i, record, name) : nullptr;
         if (!candidate || !candidate->valid()) {
             log(3, Channel::hive, "Failed to get value with index: ", i);

@@ -362,4 +362,20 @@ TEST(Values, LengthsAndNamesThatCannotBeStoredAreRefused) {
               ErrorCode::valueNameTooLong);
 }
 
+TEST(Values, AValueWithoutAReadableNameIsToldOfByEachSearch) {
+    HiveBuilder builder(5);
+    builder.build(KeyPlan{.values = {{.name = u"\u00E9"}}});
+    std::string said[2];
+    for (const bool searched : {false, true}) {
+        const OpenedHive opened(builder, HiveFile::modeReadWrite, HiveFile::hiveCodepageAscii);
+        LogCapture logged;
+        EXPECT_FALSE(opened.root->value(text(u"x")));
+        EXPECT_TRUE(searched ? opened.root->createMissingValue(text(u"x"), Value::valueBinary)
+                             : opened.root->createValue(text(u"x"), Value::valueBinary));
+        said[searched] = logged.text();
+    }
+    EXPECT_NE(said[0], "");
+    EXPECT_EQ(said[0], said[1]);
+}
+
 }  // namespace
